@@ -1,0 +1,12 @@
+# ZMU_SANITIZE=address: AddressSanitizer with UndefinedBehaviorSanitizer; =thread: ThreadSanitizer.
+if(ZMU_SANITIZE STREQUAL "address")
+    set(zmu_sanitize_flags -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+elseif(ZMU_SANITIZE STREQUAL "thread")
+    set(zmu_sanitize_flags -fsanitize=thread -fno-omit-frame-pointer)
+elseif(NOT ZMU_SANITIZE STREQUAL "")
+    message(FATAL_ERROR "ZMU_SANITIZE must be empty, 'address' or 'thread', not '${ZMU_SANITIZE}'")
+endif()
+if(zmu_sanitize_flags)
+    add_compile_options(${zmu_sanitize_flags})
+    add_link_options(${zmu_sanitize_flags})
+endif()
