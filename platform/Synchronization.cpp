@@ -3,11 +3,14 @@
 #include "platform/LastError.h"
 #include "platform/Threads.h"
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 void InitializeCriticalSection(CRITICAL_SECTION*) {}
 
@@ -31,13 +34,18 @@ void LeaveCriticalSection(CRITICAL_SECTION* section)
 namespace {
 constexpr DWORD ERROR_ALREADY_EXISTS = 183;
 
+// A handle is a number, never reused within the process, that the table maps to its object:
+// a closed handle then fails instead of reaching freed memory or a later object at the same
+// address. Numbers step by 4, as Windows handles do.
+using HandleValue = std::uintptr_t;
+
 // An event or a mutex. One condition variable serves every waiter; `signalled()` tells whether
 // a waiter may pass, `consume()` what passing does to the object.
 struct KernelObject
 {
     enum class Kind { Event, Mutex };
 
-    explicit KernelObject(Kind k) : kind(k) {}
+    KernelObject(Kind k, HandleValue h) : kind(k), handle(h) {}
 
     bool signalled() const
     {
@@ -46,41 +54,116 @@ struct KernelObject
         return owner == 0 || owner == GetCurrentThreadId();
     }
 
-    void consume()
-    {
-        if (kind == Kind::Event) {
-            if (!manualReset)
-                eventSet = false;
-            return;
-        }
-        owner = GetCurrentThreadId();
-        ++recursion;
-    }
+    // WAIT_OBJECT_0, or WAIT_ABANDONED for a mutex whose last owner ended without releasing it.
+    DWORD consume();
 
     const Kind kind;
+    const HandleValue handle;
     std::mutex guard;
     std::condition_variable changed;
     bool manualReset = true;
     bool eventSet = false;
     DWORD owner = 0;
     unsigned recursion = 0;
+    bool abandoned = false;
     int handleCount = 1;
     std::string name;
 };
 
-// Named objects are shared within the process. The table and the handle counts have one lock.
+// The live objects by handle and by name, with the handle counts, under one lock. The tables
+// live to the process's end, since threads may still end (and abandon their mutexes) after
+// static destruction began.
 std::mutex s_tableLock;
+HandleValue s_lastHandle = 0;
+std::map<HandleValue, KernelObject*>& liveObjects()
+{
+    static auto* live = new std::map<HandleValue, KernelObject*>;
+    return *live;
+}
 std::map<std::string, KernelObject*>& namedObjects()
 {
-    static std::map<std::string, KernelObject*> table;
-    return table;
+    static auto* named = new std::map<std::string, KernelObject*>;
+    return *named;
+}
+
+KernelObject* findLive(HandleValue handle) // s_tableLock held
+{
+    auto found = liveObjects().find(handle);
+    return found == liveObjects().end() ? nullptr : found->second;
+}
+
+KernelObject* liveObject(HANDLE handle)
+{
+    std::lock_guard<std::mutex> tableGuard(s_tableLock);
+    return findLive(reinterpret_cast<HandleValue>(handle));
+}
+
+// The mutexes that the calling thread holds. When the thread ends still owning one, the mutex
+// is abandoned, as on Windows: its next waiter takes it with WAIT_ABANDONED instead of waiting
+// forever, and a later thread that happens to get the same id does not own it.
+class OwnedMutexes
+{
+public:
+    void add(const KernelObject* mutex) { m_owned.push_back(mutex->handle); }
+    void remove(const KernelObject* mutex)
+    {
+        m_owned.erase(std::remove(m_owned.begin(), m_owned.end(), mutex->handle), m_owned.end());
+    }
+    ~OwnedMutexes()
+    {
+        if (m_owned.empty())
+            return;
+        const DWORD self = GetCurrentThreadId();
+        std::lock_guard<std::mutex> tableGuard(s_tableLock);
+        for (HandleValue handle : m_owned) {
+            KernelObject* mutex = findLive(handle);
+            if (mutex == nullptr)
+                continue;
+            {
+                std::lock_guard<std::mutex> guard(mutex->guard);
+                if (mutex->owner != self)
+                    continue;
+                mutex->owner = 0;
+                mutex->recursion = 0;
+                mutex->abandoned = true;
+            }
+            mutex->changed.notify_all();
+        }
+    }
+
+private:
+    std::vector<HandleValue> m_owned;
+};
+thread_local OwnedMutexes t_ownedMutexes;
+
+DWORD KernelObject::consume()
+{
+    if (kind == Kind::Event) {
+        if (!manualReset)
+            eventSet = false;
+        return WAIT_OBJECT_0;
+    }
+    if (recursion++ == 0) {
+        owner = GetCurrentThreadId();
+        t_ownedMutexes.add(this);
+    }
+    if (!abandoned)
+        return WAIT_OBJECT_0;
+    abandoned = false;
+    return WAIT_ABANDONED;
+}
+
+HANDLE asHandle(const KernelObject* object)
+{
+    return reinterpret_cast<HANDLE>(object->handle);
 }
 
 HANDLE createObject(KernelObject::Kind kind, const char* name, void (*setUp)(KernelObject&, BOOL, BOOL), BOOL a,
                     BOOL b)
 {
     std::lock_guard<std::mutex> tableGuard(s_tableLock);
-    if (name != nullptr && *name != '\0') {
+    const bool named = name != nullptr && *name != '\0';
+    if (named) {
         auto found = namedObjects().find(name);
         if (found != namedObjects().end()) {
             if (found->second->kind != kind) {
@@ -89,22 +172,24 @@ HANDLE createObject(KernelObject::Kind kind, const char* name, void (*setUp)(Ker
             }
             ++found->second->handleCount;
             SetLastError(ERROR_ALREADY_EXISTS);
-            return found->second;
+            return asHandle(found->second);
         }
     }
-    auto object = std::make_unique<KernelObject>(kind);
+    s_lastHandle += 4;
+    auto object = std::make_unique<KernelObject>(kind, s_lastHandle);
     setUp(*object, a, b);
-    if (name != nullptr && *name != '\0') {
+    if (named) {
         object->name = name;
         namedObjects()[object->name] = object.get();
     }
+    liveObjects()[object->handle] = object.get();
     SetLastError(ERROR_SUCCESS);
-    return object.release();
+    return asHandle(object.release());
 }
 
 KernelObject* objectOf(HANDLE handle, KernelObject::Kind kind)
 {
-    auto* object = static_cast<KernelObject*>(handle);
+    KernelObject* object = liveObject(handle);
     if (object == nullptr || object->kind != kind) {
         SetLastError(ERROR_INVALID_HANDLE);
         return nullptr;
@@ -152,10 +237,8 @@ HANDLE CreateMutexA(void*, BOOL initialOwner, const char* name)
     return createObject(
         KernelObject::Kind::Mutex, name,
         [](KernelObject& mutex, BOOL owned, BOOL) {
-            if (owned) {
-                mutex.owner = GetCurrentThreadId();
-                mutex.recursion = 1;
-            }
+            if (owned)
+                mutex.consume();
         },
         initialOwner, FALSE);
 }
@@ -174,6 +257,7 @@ BOOL ReleaseMutex(HANDLE handle)
         if (--mutex->recursion > 0)
             return TRUE;
         mutex->owner = 0;
+        t_ownedMutexes.remove(mutex);
     }
     mutex->changed.notify_all();
     return TRUE;
@@ -181,7 +265,8 @@ BOOL ReleaseMutex(HANDLE handle)
 
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds)
 {
-    auto* object = static_cast<KernelObject*>(handle);
+    // Closing a handle while another thread waits on it is not allowed, as on Windows.
+    KernelObject* object = liveObject(handle);
     if (object == nullptr) {
         SetLastError(ERROR_INVALID_HANDLE);
         return WAIT_FAILED;
@@ -193,22 +278,22 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds)
     } else if (!object->changed.wait_for(guard, std::chrono::milliseconds(milliseconds), passes)) {
         return WAIT_TIMEOUT;
     }
-    object->consume();
-    return WAIT_OBJECT_0;
+    return object->consume();
 }
 
 BOOL CloseHandle(HANDLE handle)
 {
-    auto* object = static_cast<KernelObject*>(handle);
+    std::lock_guard<std::mutex> tableGuard(s_tableLock);
+    KernelObject* object = findLive(reinterpret_cast<HandleValue>(handle));
     if (object == nullptr) {
         SetLastError(ERROR_INVALID_HANDLE);
         return FALSE;
     }
-    std::lock_guard<std::mutex> tableGuard(s_tableLock);
     if (--object->handleCount > 0)
         return TRUE;
     if (!object->name.empty())
         namedObjects().erase(object->name);
+    liveObjects().erase(object->handle);
     delete object;
     return TRUE;
 }

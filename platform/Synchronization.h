@@ -33,9 +33,11 @@ HANDLE CreateMutexA(void* securityAttributes, BOOL initialOwner, const char* nam
 BOOL ReleaseMutex(HANDLE mutex);
 
 // Like WaitForSingleObject on an event or a mutex: WAIT_OBJECT_0 when signalled (an auto-reset
-// event is cleared, a mutex is taken), WAIT_TIMEOUT when the limit in milliseconds passed,
+// event is cleared, a mutex is taken), WAIT_ABANDONED when the mutex is taken from an owner thread
+// that ended without releasing it, WAIT_TIMEOUT when the limit in milliseconds passed,
 // WAIT_FAILED with last error 6 for a null or closed handle. INFINITE waits without limit.
 DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds);
 
-// Like CloseHandle: releases the handle; the object dies with its last handle. FALSE for a null handle.
+// Like CloseHandle: releases the handle; the object dies with its last handle. FALSE with last
+// error 6 for a null or already closed handle.
 BOOL CloseHandle(HANDLE object);
