@@ -66,3 +66,8 @@ enum Zarn_FORM_TAG
     Zarn_FORM_TAG_SUITE_NAME = 14,
 };
 constexpr int Zarn_FORM_TAG_Qty = 15;
+
+// Section mask bits of a form.
+constexpr unsigned long SECTION_HEAD = 1;
+constexpr unsigned long SECTION_BODY = 2;
+constexpr unsigned long SECTION_TAIL = 4;

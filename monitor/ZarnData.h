@@ -16,6 +16,7 @@
 #include <exception>
 
 class CriticalSection;
+class QTextStream;
 template <class K, class V>
 class TObjectMap;
 
@@ -26,9 +27,21 @@ public:
 
     explicit ZarnData(const i64& nonnativeInstantiatorID = 0);
 
-    // Virtual stages, in slot order. The log engine adds its own among them.
+    // Virtual stages, in slot order; each returns isSelfSatisfied() unless its comment says otherwise.
+protected:
+    virtual bool areLogFileFormSectionsUsable(unsigned long mask, Zarn_LOG kind);
+
+public:
     virtual bool assimilateDataSetContents(ZarnData* other);
+
+protected:
+    // Closes the stream and its file; `name` is not used. false (stream left as it was) on an exception.
+    virtual bool closeFile(QTextStream*& stream, const wchar_t* name);
+    virtual bool closeLogFile();
+
+public:
     virtual bool enterCriticalSection() const;
+    // Learns the form (if asked), opens the log, writes the head and the first tail.
     virtual bool establishLogFile(bool learnForm);
 
 protected:
@@ -37,6 +50,13 @@ protected:
 public:
     virtual bool free_Memory();
     virtual bool free_Resources();
+
+protected:
+    virtual void freeLogFileFormData();
+    virtual void freeLogFileFormDataForSections();
+    virtual void freeLogFileFormSectionHeadData();
+
+public:
     virtual bool isValid();
 
 protected:
@@ -44,11 +64,49 @@ protected:
                                             int charSet, int& dxCode);
     virtual bool isValidLogFileNomenclature(const char* logName, const char* const formName, Zarn_LOG kind,
                                             int charSet, int& dxCode);
+    virtual bool learnLogFileForm(unsigned long mask);
+    virtual bool learnLogFileFormInjectors(long injectorStart);
+    // One section from the string table.
+    virtual bool learnLogFileFormSectionFinished(unsigned int stringId, wchar_t** format, int& varCount,
+                                                 Zarn_FORM_VAR** vars, unsigned long long** values, bool* hasEntryId);
+    // One section from the form file.
+    virtual bool learnLogFileFormSectionFinished(long start, size_t length, wchar_t* buffer, size_t bufferLength,
+                                                 wchar_t** format, int& varCount, Zarn_FORM_VAR** vars,
+                                                 unsigned long long** values, bool* hasEntryId);
+    virtual bool learnLogFileFormSectionFinishedBasic(wchar_t** format, int& varCount, Zarn_FORM_VAR** vars,
+                                                      unsigned long long** values, bool* hasEntryId);
+    // The sections of the built-in form of `kind`, from the string table.
+    virtual bool learnLogFileFormSectionsFinished(unsigned long mask, Zarn_LOG kind);
+    // The sections of the form file, from the positions that learnLogFileFormSectionsRaw found.
+    virtual bool learnLogFileFormSectionsFinished(long headStart, size_t headLength, long bodyStart,
+                                                  size_t bodyLength, long tailStart, size_t tailLength,
+                                                  unsigned long mask);
+    // Starts are -1 when a section is absent, lengths 0.
+    virtual bool learnLogFileFormSectionsRaw(long& injectorStart, long& headStart, size_t& headLength,
+                                             long& bodyStart, size_t& bodyLength, long& tailStart,
+                                             size_t& tailLength);
+    virtual bool learnLogFileFormVarNames();
 
 public:
     virtual bool leaveCriticalSection() const;
+
+protected:
+    // A decision, not a status: whether a section in `mask` uses an injector that the form defines.
+    virtual bool mustLearnLogFileFormInjectors(long injectorStart, unsigned long mask);
+    virtual bool obtainLogFileFormData(unsigned long mask);
+    // openMode is a QIODevice::OpenMode value: 3 (read-write) for the log, 1 (read-only) for the form.
+    virtual bool openFile(wchar_t** nameSlot, QTextStream** streamSlot, wchar_t* const name, int openMode);
+    virtual bool processFileLogForm(unsigned long mask);
+
+public:
     virtual bool recordLogFileNomenclature(wchar_t* logName, const wchar_t* formName, Zarn_LOG kind);
     virtual bool recordLogFileNomenclature(char* logName, const char* formName, Zarn_LOG kind);
+
+private:
+    // Replaces the log file with `logName`, learning the form anew only if it changed.
+    virtual bool reestablishLogFile(wchar_t* logName, wchar_t* formName, Zarn_LOG kind);
+
+public:
     virtual bool removeThread();
     virtual ~ZarnData();
 
@@ -209,6 +267,25 @@ public:
     static bool isLogInformationInitialized() { return s_logInformationInitialized; }
 
 protected:
+    // The log file and the form file.
+    bool openLogFile(wchar_t* const name);
+    bool openLogFileForm(wchar_t* const name);
+    // Replaces all of the form's sections in `mask` with the built-in form.
+    bool supplantLogFileFormFromResDLL(unsigned long mask);
+    bool eliminateLogFileFormInjector(int index);
+
+    // Form variables: the sorted name table, and compiling a section's brackets into inserts.
+    Zarn_FORM_VAR convertLogFileFormVarNameToEnum(wchar_t* const name);
+    int convertLogFileFormVarNameToIndex(wchar_t* const name);
+    bool countLogFileFormSectionVarNames(wchar_t* const text, int& count);
+    bool createLogFileFormSectionArgV_Enums(int count, Zarn_FORM_VAR** vars);
+    bool createLogFileFormSectionArgV_Values(int count, unsigned long long** values);
+    bool composeLogFileFormSectionFormat(wchar_t** format, int& count, Zarn_FORM_VAR** vars,
+                                         unsigned long long** values);
+    bool reformatLogFileFormSection(wchar_t** format, int count, Zarn_FORM_VAR* vars);
+    bool isVarInLogFileFormSection(Zarn_FORM_VAR var, int count, Zarn_FORM_VAR* const vars);
+
+protected:
     ZarnDataForThread* obtainDataForCurrentThread(bool create) const;
     // The engine of the calling thread if it has one; never creates, never raises.
     ZarnDataForThread* findDataForCurrentThread() const;
@@ -268,6 +345,10 @@ protected:
     static unsigned int s_logMaxFileAge;
     static wchar_t* s_logDirectory;
     static bool s_logInformationInitialized;
+
+    // The log series of the process: the first file's name and the number of the present file.
+    static wchar_t s_logSeriesOrigin[MAX_PATH];
+    static int s_logSeriesCount;
 
 private:
     friend class ZarnDataForThread;
