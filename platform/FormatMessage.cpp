@@ -2,197 +2,178 @@
 
 #include "platform/CRuntime.h"
 #include "platform/LastError.h"
+#include "platform/LocalMemory.h"
 
 #include <cstdint>
 #include <cwchar>
+#include <memory>
+#include <new>
 #include <string>
 
 namespace {
 
-constexpr DWORD kKnownFlags = FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_STRING
-                              | FORMAT_MESSAGE_ARGUMENT_ARRAY | FORMAT_MESSAGE_MAX_WIDTH_MASK;
+constexpr DWORD kKnownFlags = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS
+                              | FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_ARGUMENT_ARRAY
+                              | FORMAT_MESSAGE_MAX_WIDTH_MASK;
 
-// Lays the formatted characters out into the caller's buffer: line breaks as CR LF, and in the
-// wrapping widths words and the blanks between them held back until it is known on which line
-// they go. Once the buffer is full it only records that, and the caller stops.
+// The text being formatted. A wrap rewrites the line already written, so the whole result is
+// kept here before it goes to the caller; a usual message fits the inline room without the heap.
+class WideText
+{
+public:
+    WideText() = default;
+    WideText(const WideText&) = delete;
+    WideText& operator=(const WideText&) = delete;
+
+    std::size_t size() const { return m_size; }
+    const wchar_t* data() const { return m_data; }
+
+    void append(const wchar_t* text, std::size_t count)
+    {
+        reserve(m_size + count);
+        std::wmemcpy(m_data + m_size, text, count);
+        m_size += count;
+    }
+
+    void append(wchar_t c)
+    {
+        if (m_size == m_capacity)
+            reserve(m_size + 1);
+        m_data[m_size++] = c;
+    }
+
+    // Puts CR LF in the place of the characters from `begin` to `end`.
+    void replaceWithLineBreak(std::size_t begin, std::size_t end)
+    {
+        const std::size_t tail = m_size - end;
+        const std::size_t newSize = begin + 2 + tail;
+        reserve(newSize);
+        std::wmemmove(m_data + begin + 2, m_data + end, tail);
+        m_data[begin] = L'\r';
+        m_data[begin + 1] = L'\n';
+        m_size = newSize;
+    }
+
+private:
+    static constexpr std::size_t kInlineQty = 1024;
+
+    void reserve(std::size_t count)
+    {
+        if (count <= m_capacity)
+            return;
+        const std::size_t capacity = count > 2 * m_capacity ? count : 2 * m_capacity;
+        std::unique_ptr<wchar_t[]> grown(new wchar_t[capacity]);
+        std::wmemcpy(grown.get(), m_data, m_size);
+        m_heap = std::move(grown);
+        m_data = m_heap.get();
+        m_capacity = capacity;
+    }
+
+    wchar_t m_inline[kInlineQty];
+    std::unique_ptr<wchar_t[]> m_heap;
+    wchar_t* m_data = m_inline;
+    std::size_t m_size = 0;
+    std::size_t m_capacity = kInlineQty;
+};
+
+// Lays the message out element by element: a character, an escape, or a whole insert. At the
+// wrapping widths it remembers the last run of the text's own blanks on the current line, where
+// the line is broken once an element brings it to the width.
 class MessageLayout
 {
 public:
-    MessageLayout(wchar_t* buffer, DWORD size, DWORD width)
-        : m_out(buffer), m_capacity(size - 1), m_width(width), m_wraps(width > 0 && width < FORMAT_MESSAGE_MAX_WIDTH_MASK)
+    explicit MessageLayout(DWORD width)
+        : m_width(width), m_wraps(width > 0 && width < FORMAT_MESSAGE_MAX_WIDTH_MASK)
     {
     }
 
-    // One character of the text or of an insert; a CR LF pair counts as one line break.
-    // Returns where the next character begins.
-    const wchar_t* putText(const wchar_t* at, const wchar_t* end)
+    // Characters written as they are; a CR or an LF among them starts a new line.
+    void putElement(const wchar_t* text, std::size_t count)
     {
-        if (*at == L'\r' && at + 1 < end && at[1] == L'\n') {
-            putTextLineBreak();
-            return at + 2;
+        const std::size_t begin = m_text.size();
+        m_text.append(text, count);
+        for (std::size_t at = m_text.size(); at > begin; --at) {
+            const wchar_t c = m_text.data()[at - 1];
+            if (c == L'\r' || c == L'\n') {
+                startLine(at);
+                break;
+            }
         }
-        putCharacter(*at);
-        return at + 1;
-    }
-
-    void putTextRun(const wchar_t* text, std::size_t length)
-    {
-        const wchar_t* const end = text + length;
-        while (text < end && !m_full)
-            text = putText(text, end);
+        if (count > 0)
+            wrapIfDue();
     }
 
     void putCharacter(wchar_t c)
     {
-        switch (c) {
-        case L'\n':
-            putTextLineBreak();
-            break;
-        case L'\r':
-            putCarriageReturn();
-            break;
-        case L' ':
-        case L'\t':
-            putBlank(c);
-            break;
-        default:
-            putWordCharacter(c);
-            break;
-        }
+        m_text.append(c);
+        if (c == L'\r' || c == L'\n')
+            startLine(m_text.size());
+        wrapIfDue();
     }
 
-    void putWordCharacter(wchar_t c)
+    // A space of the text: a place where a line may be broken.
+    void putBlank()
     {
-        if (!m_wraps || m_inLongWord) {
-            emit(c);
-            ++m_column;
-            return;
-        }
-        m_word[m_wordCount++] = c;
-        if (m_wordCount > m_width) {
-            // It fits on no line: place what there is, and the rest follows on the same line.
-            placeWord();
-            m_inLongWord = true;
-        }
+        const std::size_t at = m_text.size();
+        m_text.append(L' ');
+        if (!(m_hasRun && m_runEnd == at))
+            m_runBegin = at;
+        m_runEnd = at + 1;
+        m_hasRun = true;
+        wrapIfDue();
     }
 
-    void putBlank(wchar_t c)
-    {
-        if (!m_wraps) {
-            emit(c);
-            return;
-        }
-        endWord();
-        if (m_blankCount < kHeldQty)
-            m_blanks[m_blankCount] = c;
-        ++m_blankCount; // beyond kHeldQty they can never fit on a line, and are only counted
-    }
+    void putLineBreak() { putElement(L"\r\n", 2); }
 
-    // A line break of the text: kept at width 0, a blank at any other width.
+    // A line break of the text itself.
     void putTextLineBreak()
     {
         if (m_width == 0)
-            emitLineBreak();
+            putLineBreak();
         else
-            putBlank(L' ');
+            putBlank();
     }
 
-    // %n, kept at every width.
-    void putHardLineBreak()
+    // %t: a tab at width 0 only; at every other width, 255 included, a line break as on Windows.
+    void putTab()
     {
-        endLine();
-        emitLineBreak();
+        if (m_width == 0)
+            putCharacter(L'\t');
+        else
+            putLineBreak();
     }
 
-    void putCarriageReturn()
-    {
-        endLine();
-        emit(L'\r');
-        m_column = 0;
-    }
-
-    void finish() { endLine(); }
-
-    bool isFull() const { return m_full; }
-    DWORD count() const { return m_count; }
+    const WideText& text() const { return m_text; }
 
 private:
-    // The widest line is 254 columns, so a word or a run of blanks of 255 already fits on none.
-    static constexpr std::size_t kHeldQty = 256;
-
-    void emit(wchar_t c)
+    void startLine(std::size_t at)
     {
-        if (m_count < m_capacity)
-            m_out[m_count++] = c;
-        else
-            m_full = true;
+        m_lineStart = at;
+        m_hasRun = false;
     }
 
-    void emitLineBreak()
+    // One break per element: a line still at the width after it (a long insert after a blank)
+    // is broken again only after the next element, as on Windows.
+    void wrapIfDue()
     {
-        emit(L'\r');
-        emit(L'\n');
-        m_column = 0;
-    }
-
-    void endWord()
-    {
-        if (m_inLongWord)
-            m_inLongWord = false;
-        else
-            placeWord();
-    }
-
-    // A word goes after the blanks before it when both fit on the line; otherwise it starts the
-    // next line (unless this one is still empty) and the blanks are dropped.
-    void placeWord()
-    {
-        if (m_wordCount == 0)
+        if (!m_wraps || m_text.size() - m_lineStart < m_width)
             return;
-        if (m_column + m_blankCount + m_wordCount > m_width) {
-            if (m_column > 0)
-                emitLineBreak();
+        if (m_hasRun) {
+            m_text.replaceWithLineBreak(m_runBegin, m_runEnd);
+            startLine(m_runBegin + 2);
         } else {
-            emitBlanks();
+            m_text.append(L"\r\n", 2);
+            startLine(m_text.size());
         }
-        m_blankCount = 0;
-        for (std::size_t i = 0; i < m_wordCount; ++i)
-            emit(m_word[i]);
-        m_column += m_wordCount;
-        m_wordCount = 0;
     }
 
-    // Blanks at the end of a line stay when they fit on it.
-    void endLine()
-    {
-        if (!m_wraps)
-            return;
-        endWord();
-        if (m_column + m_blankCount <= m_width)
-            emitBlanks();
-        m_blankCount = 0;
-    }
-
-    void emitBlanks()
-    {
-        for (std::size_t i = 0; i < m_blankCount; ++i)
-            emit(m_blanks[i]);
-        m_column += m_blankCount;
-    }
-
-    wchar_t* m_out;
-    DWORD m_capacity; // characters, without the terminator
-    DWORD m_count = 0;
-    bool m_full = false;
-
+    WideText m_text;
     std::size_t m_width;
     bool m_wraps;
-    std::size_t m_column = 0;
-    wchar_t m_word[kHeldQty];
-    std::size_t m_wordCount = 0;
-    bool m_inLongWord = false;
-    wchar_t m_blanks[kHeldQty];
-    std::size_t m_blankCount = 0;
+    std::size_t m_lineStart = 0;
+    bool m_hasRun = false;
+    std::size_t m_runBegin = 0;
+    std::size_t m_runEnd = 0;
 };
 
 // What an insert's printf format takes from its slots.
@@ -222,7 +203,7 @@ bool learnInsertFormat(const wchar_t* begin, const wchar_t* end, InsertFormat& f
     if (begin == end || static_cast<std::size_t>(end - begin) > kFormatQty)
         return false;
     const wchar_t* at = begin;
-    while (at < end && *at != 0 && std::wcschr(L"-+ #0", *at) != nullptr)
+    while (at < end && std::wcschr(L"-+ #0", *at) != nullptr)
         ++at;
     if (at < end && *at == L'*') {
         ++format.starQty;
@@ -250,12 +231,12 @@ bool learnInsertFormat(const wchar_t* begin, const wchar_t* end, InsertFormat& f
     } else if (left >= 2 && (std::wcsncmp(at, L"ll", 2) == 0 || std::wcsncmp(at, L"hh", 2) == 0)) {
         wide64 = at[0] == L'l';
         at += 2;
-    } else if (left >= 1 && *at != 0 && std::wcschr(L"hlwI", *at) != nullptr) {
+    } else if (left >= 1 && std::wcschr(L"hlwI", *at) != nullptr) {
         wide64 = *at == L'I'; // pointer-sized
         ++at;
     }
     const std::wstring sizeText(size, at);
-    if (at + 1 != end || *at == 0)
+    if (at + 1 != end)
         return false;
     const wchar_t type = *at;
     const bool plainFormat = begin == size;
@@ -276,8 +257,8 @@ bool learnInsertFormat(const wchar_t* begin, const wchar_t* end, InsertFormat& f
         return false;
     format.value = wide64 ? InsertFormat::Value::Bits64 : InsertFormat::Value::Bits32;
     format.isSigned = type == L'd' || type == L'i';
-    format.isPlainDecimal = plainFormat && (format.isSigned || type == L'u') && (sizeText.empty() || sizeText == L"l"
-                                                                                  || wide64 || sizeText == L"I32");
+    format.isPlainDecimal = plainFormat && (format.isSigned || type == L'u')
+                            && (sizeText.empty() || sizeText == L"l" || wide64 || sizeText == L"I32");
     return true;
 }
 
@@ -330,19 +311,20 @@ void putDecimal(MessageLayout& layout, u64 slot, const InsertFormat& insert)
         magnitude = ~slot + 1; // also right for the lowest value
     }
     wchar_t digits[24];
-    wchar_t* at = digits + sizeof digits / sizeof *digits;
+    wchar_t* const end = digits + sizeof digits / sizeof *digits;
+    wchar_t* at = end;
     do {
         *--at = static_cast<wchar_t>(L'0' + magnitude % 10);
         magnitude /= 10;
     } while (magnitude != 0);
     if (negative)
         *--at = L'-';
-    for (; at != digits + sizeof digits / sizeof *digits; ++at)
-        layout.putWordCharacter(*at);
+    layout.putElement(at, static_cast<std::size_t>(end - at));
 }
 
 // Formats the insert whose first slot is `slots[0]` with the format between `begin` and `end`,
-// or as !s! when `begin` is null. False for a format that is refused.
+// or as a wide string when `begin` is null, and lays it out as one element. False for a format
+// that is refused.
 bool putInsert(MessageLayout& layout, const u64* slots, const wchar_t* begin, const wchar_t* end)
 {
     InsertFormat insert;
@@ -352,7 +334,7 @@ bool putInsert(MessageLayout& layout, const u64* slots, const wchar_t* begin, co
         const auto* text = reinterpret_cast<const wchar_t*>(static_cast<std::uintptr_t>(slots[0]));
         if (text == nullptr)
             text = L"(null)";
-        layout.putTextRun(text, std::wcslen(text));
+        layout.putElement(text, std::wcslen(text));
         return true;
     }
     if (insert.isPlainDecimal) {
@@ -366,7 +348,7 @@ bool putInsert(MessageLayout& layout, const u64* slots, const wchar_t* begin, co
     wchar_t local[128];
     int length = printInsert(local, sizeof local / sizeof *local, format, slots, insert);
     if (length >= 0) {
-        layout.putTextRun(local, static_cast<std::size_t>(length));
+        layout.putElement(local, static_cast<std::size_t>(length));
         return true;
     }
     // Too long for the local buffer (a wide field, a long string): ask for the size.
@@ -377,44 +359,31 @@ bool putInsert(MessageLayout& layout, const u64* slots, const wchar_t* begin, co
     length = printInsert(&large[0], large.size(), format, slots, insert);
     if (length < 0)
         return false;
-    layout.putTextRun(large.data(), static_cast<std::size_t>(length));
+    layout.putElement(large.data(), static_cast<std::size_t>(length));
     return true;
 }
 
-DWORD failWith(DWORD error, wchar_t* buffer, DWORD size)
+// Formats `text` into `layout`: 0, or the error that stopped it, with what came before it kept.
+DWORD layOutMessage(MessageLayout& layout, const wchar_t* text, bool ignoresInserts, const u64* inserts)
 {
-    if (buffer != nullptr && size > 0)
-        buffer[0] = 0;
-    SetLastError(error);
-    return 0;
-}
-
-} // namespace
-
-DWORD FormatMessageW(DWORD flags, const void* source, DWORD /*messageId*/, DWORD /*languageId*/, wchar_t* buffer,
-                     DWORD size, const u64* inserts)
-{
-    if ((flags & FORMAT_MESSAGE_FROM_STRING) == 0 || (flags & ~kKnownFlags) != 0 || source == nullptr
-        || buffer == nullptr)
-        return failWith(ERROR_INVALID_PARAMETER, buffer, size);
-    if (size == 0)
-        return failWith(ERROR_INSUFFICIENT_BUFFER, buffer, size);
-
-    const bool ignoresInserts = (flags & FORMAT_MESSAGE_IGNORE_INSERTS) != 0;
-    MessageLayout layout(buffer, size, flags & FORMAT_MESSAGE_MAX_WIDTH_MASK);
-    const auto* at = static_cast<const wchar_t*>(source);
-    const wchar_t* const unbounded = at + std::wcslen(at);
-    while (*at != 0 && !layout.isFull()) {
-        if (*at != L'%') {
-            at = layout.putText(at, unbounded);
+    const wchar_t* at = text;
+    while (*at != 0) {
+        if (*at == L'\r' || *at == L'\n') {
+            at += at[0] == L'\r' && at[1] == L'\n' ? 2 : 1;
+            layout.putTextLineBreak();
             continue;
         }
-        const wchar_t escaped = at[1];
-        if (escaped == 0) {
-            layout.putWordCharacter(L'%');
+        if (*at != L'%') {
+            if (*at == L' ')
+                layout.putBlank();
+            else
+                layout.putCharacter(*at);
             ++at;
             continue;
         }
+        const wchar_t escaped = at[1];
+        if (escaped == 0)
+            return ERROR_INVALID_PARAMETER; // a % with nothing to escape
         if (escaped >= L'1' && escaped <= L'9') {
             const wchar_t* const insert = at;
             std::size_t number = static_cast<std::size_t>(escaped - L'0');
@@ -427,39 +396,100 @@ DWORD FormatMessageW(DWORD flags, const void* source, DWORD /*messageId*/, DWORD
                 formatBegin = at + 1;
                 formatEnd = std::wcschr(formatBegin, L'!');
                 if (formatEnd == nullptr)
-                    return failWith(ERROR_INVALID_PARAMETER, buffer, size);
+                    return ERROR_INVALID_PARAMETER;
                 at = formatEnd + 1;
             }
             if (ignoresInserts)
-                layout.putTextRun(insert, static_cast<std::size_t>(at - insert));
+                layout.putElement(insert, static_cast<std::size_t>(at - insert));
             else if (inserts == nullptr || !putInsert(layout, inserts + (number - 1), formatBegin, formatEnd))
-                return failWith(ERROR_INVALID_PARAMETER, buffer, size);
+                return ERROR_INVALID_PARAMETER;
             continue;
         }
         at += 2;
-        if (escaped == L'0')
-            break;
         switch (escaped) {
+        case L'0':
+            return 0;
         case L'n':
-            layout.putHardLineBreak();
-            break;
-        case L'r':
-            layout.putCarriageReturn();
+            layout.putLineBreak();
             break;
         case L't':
-            layout.putBlank(L'\t');
+            layout.putTab();
+            break;
+        case L'r':
+            layout.putCharacter(L'\r');
             break;
         case L'b':
-            layout.putBlank(L' ');
+            layout.putCharacter(L' '); // a space, like "% ": never a wrapping point
             break;
         default:
-            layout.putCharacter(escaped); // %% %. %! and any other: the character itself
+            layout.putCharacter(escaped); // "% " among them: a space, but not a blank of the text
             break;
         }
     }
-    layout.finish();
-    if (layout.isFull())
-        return failWith(ERROR_INSUFFICIENT_BUFFER, buffer, size);
-    buffer[layout.count()] = 0;
-    return layout.count();
+    return 0;
+}
+
+DWORD failWith(DWORD error)
+{
+    SetLastError(error);
+    return 0;
+}
+
+// Hands the text to a caller's buffer of `size` characters: what fits of it, and a terminator.
+DWORD deliverInto(wchar_t* buffer, DWORD size, const WideText& text, DWORD error)
+{
+    if (size > 0) {
+        const std::size_t count = text.size() < size ? text.size() : size - 1;
+        std::wmemcpy(buffer, text.data(), count);
+        buffer[count] = 0;
+    }
+    if (error == 0 && text.size() >= size)
+        error = ERROR_INSUFFICIENT_BUFFER;
+    return error != 0 ? failWith(error) : static_cast<DWORD>(text.size());
+}
+
+// Hands the text over in a LocalAlloc block of at least `size` characters.
+DWORD deliverAllocated(wchar_t** pointer, DWORD size, const WideText& text)
+{
+    if (text.size() >= 0xFFFFFFFFull)
+        return failWith(ERROR_NOT_ENOUGH_MEMORY); // a count that a DWORD cannot return
+    const std::size_t characters = text.size() + 1 > size ? text.size() + 1 : size;
+    auto* const block = static_cast<wchar_t*>(LocalAlloc(LMEM_FIXED, characters * sizeof(wchar_t)));
+    if (block == nullptr)
+        return 0; // LocalAlloc set the last error
+    std::wmemcpy(block, text.data(), text.size());
+    block[text.size()] = 0;
+    *pointer = block;
+    return static_cast<DWORD>(text.size());
+}
+
+} // namespace
+
+DWORD FormatMessageW(DWORD flags, const void* source, DWORD /*messageId*/, DWORD /*languageId*/, wchar_t* buffer,
+                     DWORD size, const u64* inserts)
+{
+    const bool allocates = (flags & FORMAT_MESSAGE_ALLOCATE_BUFFER) != 0;
+    wchar_t** const allocated = allocates ? reinterpret_cast<wchar_t**>(buffer) : nullptr;
+    if (allocated != nullptr)
+        *allocated = nullptr;
+    if ((flags & FORMAT_MESSAGE_FROM_STRING) == 0 || (flags & ~kKnownFlags) != 0 || source == nullptr
+        || buffer == nullptr) {
+        if (buffer != nullptr && !allocates && size > 0)
+            buffer[0] = 0;
+        return failWith(ERROR_INVALID_PARAMETER);
+    }
+    try {
+        MessageLayout layout(flags & FORMAT_MESSAGE_MAX_WIDTH_MASK);
+        DWORD error = layOutMessage(layout, static_cast<const wchar_t*>(source),
+                                    (flags & FORMAT_MESSAGE_IGNORE_INSERTS) != 0, inserts);
+        if (error == 0 && layout.text().size() == 0)
+            error = ERROR_NO_WORK_DONE;
+        if (!allocates)
+            return deliverInto(buffer, size, layout.text(), error);
+        return error != 0 ? failWith(error) : deliverAllocated(allocated, size, layout.text());
+    } catch (const std::bad_alloc&) {
+        if (!allocates && size > 0)
+            buffer[0] = 0;
+        return failWith(ERROR_NOT_ENOUGH_MEMORY);
+    }
 }
