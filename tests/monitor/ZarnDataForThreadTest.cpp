@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/TestLogPath.h"
+
 #include <atomic>
 #include <cwchar>
 #include <functional>
@@ -83,17 +85,20 @@ public:
     bool parseResponseSpecs(u64* f) override { return stage("parseResponseSpecs", [&] { return Base::parseResponseSpecs(f); }); }
     bool obtainResponseSpecs() override
     {
+        // Stands in for the string load: the process image has no specs to serve.
         return stage("obtainResponseSpecs", [&] {
             std::wcscpy(m_responseSpecHeader, L"2~536870912");
-            std::wcscpy(m_descriptionForLogFile, L"log text");
-            return Base::obtainResponseSpecs();
+            std::wcscpy(m_descriptionForLogFile, L"``log text"); // a message format: width, prefix, text
+            return isSelfSatisfied();
         });
     }
     bool parseResponseSpecHeader(u64* f) override
     {
+        // The header parser starts by forgetting the plug-ins, so they are named behind it.
         return stage("parseResponseSpecHeader", [&] {
+            const bool parsed = Base::parseResponseSpecHeader(f);
             m_plugInsIndirectQty = m_script.namedPlugIns;
-            return Base::parseResponseSpecHeader(f);
+            return parsed;
         });
     }
     bool reportDescriptions() override
@@ -171,6 +176,7 @@ protected:
         dataSet.setCharSetExternal(2);
         dataSet.setArgsUIntQty(5);
         dataSet.createPlugIns(2);
+        ASSERT_TRUE(dataSet.recordLogFileNomenclature(logName.data(), nullptr, Zarn_LOG_HTML));
         ASSERT_TRUE(dataSet.establishLogFile(true)) << dataSet.getSelfDX_Code();
         engine = dataSet.m_engine;
         ASSERT_NE(engine, nullptr);
@@ -179,6 +185,7 @@ protected:
     }
 
     Script script;
+    std::wstring logName = testLogPath(L"road");
     StageDataSet dataSet{script};
     StageEngine* engine = nullptr;
 };
@@ -313,7 +320,8 @@ TEST_F(ZarnDataForThreadRoad, LockRefusalsGive262And263)
     dataSet.forgetSelfDX_Code();
     EXPECT_FALSE(engine->respondToSituation());
     EXPECT_EQ(engine->getSelfDX_Code(), 263);
-    EXPECT_EQ(script.calls, kRoad);
+    // The reports leave the lock themselves, so the refusal already stops the road there.
+    EXPECT_EQ(script.calls, roadUpTo("reportDescriptions"));
 
     // A failure of the situation outranks the failure to leave.
     dataSet.forgetSelfDX_Code();
@@ -530,6 +538,8 @@ TEST(ZarnDataForThread, LogHyperlinkComesFromTheDataSetsString10003)
 {
     ZarnData dataSet;
     dataSet.setCharSetExternal(2);
+    std::wstring logName = testLogPath(L"hyperlink");
+    ASSERT_TRUE(dataSet.recordLogFileNomenclature(logName.data(), nullptr, Zarn_LOG_HTML));
     ASSERT_TRUE(dataSet.establishLogFile(true)) << dataSet.getSelfDX_Code();
     ZarnDataForThread engine;
     ASSERT_TRUE(engine.initialize(&dataSet));
@@ -549,6 +559,13 @@ TEST(ZarnDataForThreadConcurrency, SituationsOfTwoThreadsDoNotOverlap)
         explicit OverlapEngine(std::atomic<int>& inside, std::atomic<int>& overlaps)
             : m_inside(inside), m_overlaps(overlaps)
         {
+        }
+        // Stands in for the string load: the process image has no specs to serve.
+        bool obtainResponseSpecs() override
+        {
+            std::wcscpy(m_responseSpecHeader, L"2~536870912");
+            std::wcscpy(m_descriptionForLogFile, L"``Overlap");
+            return isSelfSatisfied();
         }
         bool reportDescriptions() override
         {
@@ -571,6 +588,8 @@ TEST(ZarnDataForThreadConcurrency, SituationsOfTwoThreadsDoNotOverlap)
     OverlapDataSet dataSet;
     dataSet.setCharSetExternal(2);
     dataSet.setArgsIntQty(2);
+    std::wstring logName = testLogPath(L"overlap");
+    ASSERT_TRUE(dataSet.recordLogFileNomenclature(logName.data(), nullptr, Zarn_LOG_HTML));
     ASSERT_TRUE(dataSet.establishLogFile(true));
     std::atomic<int> failures{0};
     auto reporter = [&](int value) {

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <QString>
+#include <QTemporaryDir>
 #include <QTextStream>
 
 #include <climits>
@@ -827,10 +828,13 @@ TEST(ZarnData, ByteCountLimitKeepsItsBounds)
 
 TEST(ZarnData, EstablishLogFileInitializesOnceAndTracesAFailure)
 {
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    std::wstring log = (dir.path() + QStringLiteral("/log.html")).toStdWString();
     ZarnData data;
-    EXPECT_TRUE(data.establishLogFile(true));
+    ASSERT_TRUE(data.recordLogFileNomenclature(&log[0], nullptr, Zarn_LOG_HTML));
+    EXPECT_TRUE(data.establishLogFile(true)) << data.getSelfDX_Code();
     EXPECT_TRUE(data.isInitialized());
-    EXPECT_TRUE(data.establishLogFile(false));
 
     ZarnData failing;
     failing.sizeMapOfDataForThreads(ULONG_MAX);

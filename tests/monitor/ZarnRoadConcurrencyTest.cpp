@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/TestLogPath.h"
+
 #include <atomic>
 #include <memory>
 #include <thread>
@@ -78,8 +80,8 @@ std::unique_ptr<Data> makeDataSet()
 {
     auto dataSet = std::make_unique<Data>();
     dataSet->setCharSetExternal(2);
-    wchar_t logName[] = L"/tmp/x.html";
-    dataSet->recordLogFileNomenclature(logName, nullptr, Zarn_LOG_HTML);
+    std::wstring logName = testLogPath(L"monitor");
+    dataSet->recordLogFileNomenclature(logName.data(), nullptr, Zarn_LOG_HTML);
     return dataSet;
 }
 

@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/TestLogPath.h"
+
 #include <cwchar>
 #include <memory>
 #include <string>
@@ -80,8 +82,8 @@ std::unique_ptr<Data> makeDataSet(i64 instantiatorID = 0)
     auto dataSet = std::make_unique<Data>(instantiatorID);
     dataSet->setCharSetExternal(2);
     dataSet->setArgsIntQty(3);
-    wchar_t logName[] = L"/tmp/x.html";
-    dataSet->recordLogFileNomenclature(logName, nullptr, Zarn_LOG_HTML);
+    std::wstring logName = testLogPath(L"monitor");
+    dataSet->recordLogFileNomenclature(logName.data(), nullptr, Zarn_LOG_HTML);
     return dataSet;
 }
 

@@ -4,6 +4,8 @@
 
 TraceCapture::TraceCapture()
 {
+    // Held while installing, so that a line arriving at once waits until the previous listener is known.
+    std::lock_guard<std::mutex> guard(m_lock);
     m_previous = SetDebugOutputListener(&TraceCapture::record, this, &m_previousContext);
 }
 
@@ -18,12 +20,16 @@ void TraceCapture::record(const wchar_t* text, void* context)
     std::wstring line(text);
     while (!line.empty() && (line.back() == L'\n' || line.back() == L'\r'))
         line.pop_back();
+    DebugOutputListener previous = nullptr;
+    void* previousContext = nullptr;
     {
         std::lock_guard<std::mutex> guard(capture->m_lock);
         capture->m_lines.push_back(std::move(line));
+        previous = capture->m_previous;
+        previousContext = capture->m_previousContext;
     }
-    if (capture->m_previous != nullptr)
-        capture->m_previous(text, capture->m_previousContext);
+    if (previous != nullptr)
+        previous(text, previousContext);
 }
 
 std::vector<std::wstring> TraceCapture::lines() const
