@@ -12,6 +12,7 @@ enum Zarn_LOG
 // searched by bisection, so a resource module may rename the variables but must keep their order.
 enum Zarn_FORM_VAR
 {
+    Zarn_FORM_VAR_UNKNOWN = -1, // what a look-up of a name the table lacks gives
     Zarn_FORM_VAR_COMPANY_KNOW_BASE = 0,
     Zarn_FORM_VAR_COMPANY_NAME_LONG = 1,
     Zarn_FORM_VAR_COMPANY_NAME_SHORT = 2,

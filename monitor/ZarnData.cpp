@@ -32,8 +32,6 @@ constexpr int kArgsQty_Max = 99;
 constexpr int kDescriptionFillersQty_Min = 5;
 constexpr int kDescriptionAffixID_Max = 32767;
 constexpr unsigned long kSituationsCount_Max = 0xFFFFFFFFul;
-constexpr u64 kLogFileByteCountLimit_Min = 1048576;  // 1 MiB
-constexpr u64 kLogFileByteCountLimit_Max = 78643200; // 75 MiB
 constexpr unsigned int kResourceStringCharacters = 1024;
 constexpr int kTempPathCharacters = MAX_PATH + 1;
 
@@ -441,37 +439,6 @@ bool ZarnData::isValid()
     return isValidLogFileNomenclature(m_fileLog) && m_charSetExternal != -1 && m_resourceModule != nullptr;
 }
 
-bool ZarnData::establishLogFile(bool learnForm)
-{
-    bool entered = false;
-    try {
-        if (!m_initialized && !initialize())
-            throw getSelfDX_Code();
-        if (!isSelfApproving())
-            throw getSelfDX_Code();
-        entered = enterCriticalSection();
-        if (!entered)
-            throw 262;
-        // Learning the form, opening the file and writing its head and first tail belong to the
-        // log engine, which extends this operation; until then the data set is established once
-        // it is initialised.
-    } catch (...) {
-        keepFirstDxCode(std::current_exception(), 121);
-    }
-    if (!isSelfSatisfied())
-        Zarn_TRACE(L"ZarnData::establishLogFile (%s) caught exception #%d.\n", learnForm ? L"true" : L"false",
-                   getSelfDX_Code());
-    if (entered && !leaveCriticalSection() && isSelfSatisfied())
-        m_selfDX_Code = 263;
-    return isSelfSatisfied();
-}
-
-bool ZarnData::reestablishLogFile(const bool& force)
-{
-    (void)force; // replacing the file is the log engine's; until it exists there is no file to replace
-    return isSelfSatisfied();
-}
-
 bool ZarnData::free_Resources()
 {
     bool freed = true;
@@ -481,8 +448,18 @@ bool ZarnData::free_Resources()
         m_proxyModule = nullptr;
         m_proxyRespondToSituation = nullptr; // its code went with the module
     }
-    // The log and form streams and the injectors are opened only by the log engine, which closes
-    // them here as well; a data set without them has nothing more to release.
+    if (isInstantiatorRunningNatively() && m_fileLog.m_logStream != nullptr && !closeLogFile()) {
+        freed = false;
+        m_fileLog.m_logStream = nullptr;
+    }
+    if (m_fileLog.m_formStream != nullptr && !closeFile(m_fileLog.m_formStream, m_fileLog.m_formName)) {
+        freed = false;
+        m_fileLog.m_formStream = nullptr;
+    }
+    for (int index = 0; index < ZarnDataFile::kInjectorsQty; ++index) {
+        if (!eliminateLogFileFormInjector(index))
+            freed = false;
+    }
     if (!free_Memory())
         freed = false;
     return freed;
@@ -503,7 +480,7 @@ bool ZarnData::free_Memory()
         tag = nullptr;
     }
 
-    // The compiled form sections are built and freed by the log engine; the names are recorded here.
+    freeLogFileFormData();
     delete[] m_fileLog.m_formName;
     m_fileLog.m_formName = nullptr;
     delete[] m_fileLog.m_logName;
@@ -1181,69 +1158,6 @@ bool ZarnData::recordLogFileNomenclature(char* logName, const char* formName, Za
         m_fileLog.m_logKind = kind;
     } catch (...) {
         keepFirstDxCode(std::current_exception(), 137);
-    }
-    return isSelfSatisfied();
-}
-
-bool ZarnData::getFileLogName(wchar_t* buffer, size_t size)
-{
-    const bool entered = enterCriticalSection();
-    try {
-        if (!isSelfApproving())
-            throw getSelfDX_Code();
-        if (!entered)
-            throw 262;
-        if (buffer == nullptr)
-            throw 63;
-        buffer[0] = L'\0';
-        if (m_fileLog.m_logStream == nullptr)
-            throw 61;
-        if (m_fileLog.m_logName == nullptr || m_fileLog.m_logName[0] == L'\0')
-            throw 62;
-        const size_t length = std::wcslen(m_fileLog.m_logName);
-        if (length >= size)
-            throw 64;
-        std::wmemset(buffer, 0, size);
-        std::wmemcpy(buffer, m_fileLog.m_logName, length);
-    } catch (...) {
-        keepFirstDxCode(std::current_exception(), 60);
-        if (buffer != nullptr)
-            buffer[0] = L'\0';
-    }
-    if (entered && !leaveCriticalSection() && isSelfSatisfied())
-        m_selfDX_Code = 263;
-    return isSelfSatisfied();
-}
-
-bool ZarnData::setLogFileByteCountLimit(unsigned long long limit, unsigned long long& previous)
-{
-    const bool entered = enterCriticalSection();
-    try {
-        if (!isSelfApproving())
-            throw getSelfDX_Code();
-        if (!entered)
-            throw 262;
-        if (!isInstantiatorRunningNatively())
-            throw 115;
-        if (limit > kLogFileByteCountLimit_Max)
-            throw 116;
-        if (limit < kLogFileByteCountLimit_Min)
-            throw 117;
-        previous = m_logFileByteCountLimit;
-        m_logFileByteCountLimit = limit;
-        // A file already past the new limit is replaced at once by the log engine, which extends
-        // this operation; without an open file there is nothing to replace.
-    } catch (...) {
-        keepFirstDxCode(std::current_exception(), 114);
-    }
-    if (!isSelfSatisfied()) {
-        Zarn_TRACE(L"ZarnData::setLogFileByteCountLimit () caught exception #%d.\n", getSelfDX_Code());
-        previous = 0;
-    }
-    if (entered && !leaveCriticalSection()) {
-        if (isSelfSatisfied())
-            m_selfDX_Code = 263;
-        Zarn_TRACE(L"ZarnData::setLogFileByteCountLimit () failed to leave critical section.\n");
     }
     return isSelfSatisfied();
 }

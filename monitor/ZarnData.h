@@ -113,6 +113,9 @@ public:
 protected:
     // Makes the engine of a thread that asks for the first time; a subclass may supply its own kind.
     virtual ZarnDataForThread* newDataForThread() const;
+    // Composes the full path of the file that replaces the present log, into `buffer` of `size`
+    // characters: false if nothing could be composed, an empty buffer if no path came of it.
+    virtual bool learnSuccessorLogFileName(wchar_t* buffer, size_t size);
 
 public:
 
@@ -347,7 +350,7 @@ protected:
     static bool s_logInformationInitialized;
 
     // The log series of the process: the first file's name and the number of the present file.
-    static wchar_t s_logSeriesOrigin[MAX_PATH];
+    static wchar_t s_logSeriesOrigin[MAX_PATH + 1]; // at most 260 characters and a terminator
     static int s_logSeriesCount;
 
 private:
