@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <stdexcept>
@@ -12,159 +13,106 @@
 namespace {
 
 // A one-shot object whose work is a function given by the test; it counts how often it ran.
-class RecordingMethod : public OneTimeMethod
+struct RecordingMethod : OneTimeMethod
 {
-public:
     explicit RecordingMethod(std::function<void(RecordingMethod&, int)> body) : m_body(std::move(body)) {}
-
-    int runCount() const { return m_runCount; }
-
-protected:
     int work(int argument) override
     {
-        ++m_runCount;
+        ++runCount;
         m_body(*this, argument);
         return 12345; // ignored: results go through setResult
     }
 
-private:
     std::function<void(RecordingMethod&, int)> m_body;
-    std::atomic<int> m_runCount{0};
+    std::atomic<int> runCount{0};
 };
 
 } // namespace
 
-TEST(OneTimeMethod, FreshObjectHasNoResult)
-{
-    RecordingMethod method([](RecordingMethod&, int) {});
-    EXPECT_EQ(method.state(), OneTimeMethod_NOT_STARTED);
-    int out = 99;
-    EXPECT_EQ(method.result(&out), OneTimeMethod_NO_RESULT);
-    EXPECT_EQ(out, 99);
-    EXPECT_EQ(method.result(nullptr), OneTimeMethod_FAILED);
-    EXPECT_EQ(method.waitForFinish(0), OneTimeMethod_TIMED_OUT);
-}
-
-// The first run does the work with its argument; every later run answers "finished" without
-// running it again, with or without waiting.
+// No result before the run; the first run does the work with its argument, later runs answer
+// "finished" without running it again. A work that threw is finished for good, recording nothing (-1).
 TEST(OneTimeMethod, WorkRunsOnceWithTheFirstArgument)
 {
-    RecordingMethod method([](RecordingMethod& self, int argument) { self.setResult(argument * 2); });
-    EXPECT_EQ(method.run(false, 21), OneTimeMethod_SUCCESS);
-    for (bool waitForFinish : {false, true}) {
-        SCOPED_TRACE(waitForFinish ? "waiting" : "not waiting");
-        EXPECT_EQ(method.run(waitForFinish, 1), OneTimeMethod_FINISHED);
+    for (bool throws : {false, true}) {
+        SCOPED_TRACE(throws ? "throwing work" : "work");
+        RecordingMethod method([throws](RecordingMethod& self, int argument) {
+            if (throws)
+                throw std::runtime_error("work failed");
+            self.setResult(argument * 2);
+        });
+        int out = 99;
+        EXPECT_EQ(method.state(), OneTimeMethod_NOT_STARTED);
+        EXPECT_EQ(method.result(&out), OneTimeMethod_NO_RESULT);
+        EXPECT_EQ(out, 99);
+        EXPECT_EQ(method.waitForFinish(0), OneTimeMethod_TIMED_OUT);
+
+        EXPECT_EQ(method.run(false, 21), throws ? OneTimeMethod_THREW : OneTimeMethod_SUCCESS);
+        EXPECT_EQ(method.run(false, 1), OneTimeMethod_FINISHED);
+        EXPECT_EQ(method.run(true, 1), OneTimeMethod_FINISHED);
+        EXPECT_EQ(method.runCount, 1);
+        EXPECT_EQ(method.state(), OneTimeMethod_FINISHED);
+        EXPECT_EQ(method.waitForFinish(0), OneTimeMethod_SUCCESS);
+        EXPECT_EQ(method.result(&out), OneTimeMethod_SUCCESS);
+        EXPECT_EQ(out, throws ? -1 : 42);
+        EXPECT_EQ(method.result(nullptr), OneTimeMethod_FAILED);
     }
-    EXPECT_EQ(method.runCount(), 1);
-    EXPECT_EQ(method.state(), OneTimeMethod_FINISHED);
-    int out = 0;
-    EXPECT_EQ(method.result(&out), OneTimeMethod_SUCCESS);
-    EXPECT_EQ(out, 42);
-    EXPECT_EQ(method.waitForFinish(0), OneTimeMethod_SUCCESS);
 }
 
-TEST(OneTimeMethod, WorkThatThrowsIsFinishedAndNeverRetried)
-{
-    RecordingMethod method([](RecordingMethod&, int) { throw std::runtime_error("work failed"); });
-    EXPECT_EQ(method.run(false, 0), OneTimeMethod_THREW);
-    EXPECT_EQ(method.state(), OneTimeMethod_FINISHED);
-    EXPECT_EQ(method.run(false, 0), OneTimeMethod_FINISHED);
-    EXPECT_EQ(method.runCount(), 1);
-    int out = 0;
-    EXPECT_EQ(method.result(&out), OneTimeMethod_SUCCESS);
-    EXPECT_EQ(out, -1); // nothing was recorded
-    EXPECT_EQ(method.waitForFinish(0), OneTimeMethod_SUCCESS);
-}
-
+// A work that waited for itself would never end: its waitForFinish answers RUNNING (4) at once.
 TEST(OneTimeMethod, WorkSeesItselfRunning)
 {
-    OneTimeMethodState stateInside = OneTimeMethod_FAILED;
-    OneTimeMethodState resultInside = OneTimeMethod_FAILED;
-    OneTimeMethodState waitInside = OneTimeMethod_FAILED;
-    OneTimeMethodState runInside = OneTimeMethod_FAILED;
+    int waited = 0;
+    std::vector<OneTimeMethodState> inside;
     int out = 5;
     RecordingMethod method([&](RecordingMethod& self, int) {
-        stateInside = self.state();
-        resultInside = self.result(&out);
-        waitInside = self.waitForFinish(100); // must not wait for itself: 100 ms would time out
-        runInside = self.run(false, 0);
+        waited = self.waitForFinish(100);
+        inside = {self.state(), self.run(false, 0), self.result(&out)};
     });
     EXPECT_EQ(method.run(false, 0), OneTimeMethod_SUCCESS);
-    EXPECT_EQ(stateInside, OneTimeMethod_RUNNING);
-    EXPECT_EQ(resultInside, OneTimeMethod_NO_RESULT);
+    EXPECT_EQ(waited, 4);
+    EXPECT_EQ(inside, (std::vector<OneTimeMethodState>{OneTimeMethod_RUNNING, OneTimeMethod_RUNNING,
+                                                       OneTimeMethod_NO_RESULT}));
     EXPECT_EQ(out, 5);
-    EXPECT_EQ(waitInside, OneTimeMethod_RUNNING);
-    EXPECT_EQ(runInside, OneTimeMethod_RUNNING);
-    EXPECT_EQ(method.runCount(), 1);
+    EXPECT_EQ(method.runCount, 1);
 }
 
+// Six threads run at once: one does the work; the others, and this thread, see it running and
+// are not taken for its owner; every wait ends with the work.
 TEST(OneTimeMethodConcurrency, ConcurrentRunsDoTheWorkOnce)
-{
-    constexpr int threadQty = 6;
-    std::atomic<int> arrived{0};
-    RecordingMethod method([](RecordingMethod& self, int argument) { self.setResult(argument); });
-    std::vector<OneTimeMethodState> answers(threadQty, OneTimeMethod_FAILED);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < threadQty; ++t) {
-        threads.emplace_back([&, t] {
-            ++arrived;
-            while (arrived < threadQty) // start together, for the best chance of a race
-                std::this_thread::yield();
-            answers[t] = method.run(true, t);
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-
-    EXPECT_EQ(method.runCount(), 1);
-    int runners = 0;
-    int runnerArgument = -1;
-    for (int t = 0; t < threadQty; ++t) {
-        SCOPED_TRACE(t);
-        if (answers[t] == OneTimeMethod_SUCCESS) {
-            ++runners;
-            runnerArgument = t;
-        } else {
-            EXPECT_EQ(answers[t], OneTimeMethod_FINISHED); // each waited for the end
-        }
-    }
-    EXPECT_EQ(runners, 1);
-    int out = -2;
-    EXPECT_EQ(method.result(&out), OneTimeMethod_SUCCESS);
-    EXPECT_EQ(out, runnerArgument);
-}
-
-// Callers on other threads see the work running, may wait for it with or without a limit, and
-// are not taken for its owner.
-TEST(OneTimeMethodConcurrency, OtherThreadsWaitForTheRunningWork)
 {
     Signal started;
     Signal mayFinish;
-    RecordingMethod method([&](RecordingMethod& self, int) {
+    RecordingMethod method([&](RecordingMethod& self, int argument) {
         started.set();
         mayFinish.wait();
-        self.setResult(8);
+        self.setResult(argument);
     });
-    std::thread runner([&] { method.run(false, 0); });
-    ASSERT_EQ(started.wait(), WAIT_OBJECT_0);
-
+    std::atomic<int> arrived{0};
+    std::vector<OneTimeMethodState> answers(6, OneTimeMethod_FAILED);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 6; ++t) {
+        threads.emplace_back([&, t] {
+            for (++arrived; arrived < 6;) // start together, for the best chance of a race
+                std::this_thread::yield();
+            answers[size_t(t)] = method.run(true, t);
+        });
+    }
+    EXPECT_EQ(started.wait(), WAIT_OBJECT_0);
     EXPECT_EQ(method.state(), OneTimeMethod_RUNNING);
     EXPECT_EQ(method.run(false, 0), OneTimeMethod_RUNNING);
     EXPECT_EQ(method.waitForFinish(1), OneTimeMethod_TIMED_OUT);
-
     OneTimeMethodState waited = OneTimeMethod_FAILED;
-    OneTimeMethodState ranAfterWaiting = OneTimeMethod_FAILED;
-    std::thread waiter([&] { waited = method.waitForFinish(0xFFFFFFFF); });
-    std::thread lateRunner([&] { ranAfterWaiting = method.run(true, 0); });
+    threads.emplace_back([&] { waited = method.waitForFinish(0xFFFFFFFF); });
     mayFinish.set();
-    waiter.join();
-    lateRunner.join();
-    runner.join();
+    for (std::thread& thread : threads)
+        thread.join();
 
+    EXPECT_EQ(method.runCount, 1);
     EXPECT_EQ(waited, OneTimeMethod_SUCCESS);
-    EXPECT_EQ(ranAfterWaiting, OneTimeMethod_FINISHED);
-    int out = 0;
+    const auto runner = std::find(answers.begin(), answers.end(), OneTimeMethod_SUCCESS);
+    ASSERT_NE(runner, answers.end());
+    EXPECT_EQ(std::count(answers.begin(), answers.end(), OneTimeMethod_FINISHED), 5);
+    int out = -2;
     EXPECT_EQ(method.result(&out), OneTimeMethod_SUCCESS);
-    EXPECT_EQ(out, 8);
-    EXPECT_EQ(method.runCount(), 1);
+    EXPECT_EQ(out, runner - answers.begin());
 }

@@ -20,85 +20,54 @@ TEST(Signal, StartsClearAndStaysSetUntilReset)
     EXPECT_EQ(signal.wait(1, 0), WAIT_TIMEOUT);
 }
 
+// One name, one event, whose first creation decides its state. A name taken by a mutex makes no
+// event: every call reports the failure instead of crashing.
 TEST(Signal, NamedSignalsShareOneEvent)
 {
     Signal first("zmu.SignalTest.shared", true);
-    EXPECT_EQ(first.wait(0, 0), WAIT_OBJECT_0);
-    Signal second("zmu.SignalTest.shared", false); // the existing event wins over this state
+    Signal second("zmu.SignalTest.shared", false);
     EXPECT_EQ(second.wait(0, 0), WAIT_OBJECT_0);
     second.reset();
     EXPECT_EQ(first.wait(0, 0), WAIT_TIMEOUT);
-}
 
-// A name taken by a mutex cannot make an event: the Signal holds no event, and every call reports
-// the failure instead of crashing.
-TEST(Signal, FailedCreationShowsOnlyInTheResults)
-{
     HANDLE mutex = CreateMutexA(nullptr, FALSE, "zmu.SignalTest.taken");
     ASSERT_NE(mutex, nullptr);
-    {
-        Signal signal("zmu.SignalTest.taken", false);
-        EXPECT_FALSE(signal.set());
-        EXPECT_FALSE(signal.reset());
-        EXPECT_EQ(signal.wait(0, 0), WAIT_FAILED);
-        EXPECT_EQ(signal.wait(), WAIT_FAILED);
-    }
+    Signal failed("zmu.SignalTest.taken", false);
+    EXPECT_FALSE(failed.set());
+    EXPECT_FALSE(failed.reset());
+    EXPECT_EQ(failed.wait(0, 0), WAIT_FAILED);
+    EXPECT_EQ(failed.wait(), WAIT_FAILED);
     EXPECT_TRUE(CloseHandle(mutex));
 }
 
-TEST(TimedMutex, OwnerMayTakeItAgainAndMustReleaseAsOften)
-{
-    TimedMutex mutex;
-    EXPECT_FALSE(mutex.unlock()); // nobody owns it
-    EXPECT_EQ(mutex.lock(0), WAIT_OBJECT_0);
-    mutex.lock();
-    EXPECT_TRUE(mutex.unlock());
-    EXPECT_TRUE(mutex.unlock());
-    EXPECT_FALSE(mutex.unlock());
-}
-
-TEST(SignalConcurrency, UnlimitedWaitReturnsWhenSetLater)
-{
-    Signal signal;
-    std::atomic<bool> setterRan{false};
-    std::thread setter([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        setterRan = true;
-        signal.set();
-    });
-    EXPECT_EQ(signal.wait(0xFFFFFFFF, 0), WAIT_OBJECT_0);
-    EXPECT_TRUE(setterRan);
-    setter.join();
-}
-
+// Waiters without limit, by either form, all pass when the signal is set later.
 TEST(SignalConcurrency, SetReleasesEveryWaiter)
 {
     Signal signal;
-    constexpr int waiterQty = 4;
     std::atomic<int> released{0};
     std::vector<std::thread> waiters;
-    for (int w = 0; w < waiterQty; ++w) {
-        waiters.emplace_back([&] {
-            if (signal.wait() == WAIT_OBJECT_0)
-                ++released;
-        });
+    for (int w = 0; w < 4; ++w) {
+        waiters.emplace_back(
+            [&, w] { released += (w % 2 != 0 ? signal.wait() : signal.wait(0xFFFFFFFF, 0)) == WAIT_OBJECT_0; });
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
     EXPECT_EQ(released, 0);
     signal.set();
     for (std::thread& waiter : waiters)
         waiter.join();
-    EXPECT_EQ(released, waiterQty);
-    EXPECT_EQ(signal.wait(0, 0), WAIT_OBJECT_0); // and later waiters too
+    EXPECT_EQ(released, 4);
 }
 
-TEST(SignalConcurrency, TimedMutexKeepsOtherThreadsOutUntilReleased)
+// Recursive for its owner; another thread times out while it is held and gets it once released.
+TEST(TimedMutexConcurrency, KeepsOtherThreadsOutUntilReleasedAsOftenAsTaken)
 {
     TimedMutex mutex;
+    EXPECT_FALSE(mutex.unlock()); // nobody owns it
+    EXPECT_EQ(mutex.lock(0), WAIT_OBJECT_0);
     mutex.lock();
+    EXPECT_TRUE(mutex.unlock());
     DWORD whileHeld = 0;
-    std::thread other([&] { whileHeld = mutex.lock(10); });
-    other.join();
+    std::thread([&] { whileHeld = mutex.lock(10); }).join();
     EXPECT_EQ(whileHeld, WAIT_TIMEOUT);
 
     std::atomic<bool> releasedByOther{false};
@@ -111,4 +80,5 @@ TEST(SignalConcurrency, TimedMutexKeepsOtherThreadsOutUntilReleased)
     EXPECT_TRUE(mutex.unlock());
     taker.join();
     EXPECT_TRUE(releasedByOther);
+    EXPECT_FALSE(mutex.unlock());
 }

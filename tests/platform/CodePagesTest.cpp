@@ -4,225 +4,148 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <clocale>
 #include <cwchar>
 #include <functional>
+#include <iterator>
 #include <locale.h>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
 
-// Converts with a size query first, as the library's strings do; empty on failure.
+// Converts into exactly the size that a size query gave, as the library's strings do; an exact fit
+// must get no terminator.
 std::wstring toWide(const std::string& narrow, UINT codePage = CP_ACP)
 {
-    const int size = static_cast<int>(narrow.size());
-    const int needed = MultiByteToWideChar(codePage, 0, narrow.data(), size, nullptr, 0);
-    if (needed <= 0)
-        return std::wstring();
-    std::wstring wide(static_cast<std::size_t>(needed), L'\0');
-    EXPECT_EQ(needed, MultiByteToWideChar(codePage, 0, narrow.data(), size, &wide[0], needed));
-    return wide;
+    std::wstring wide(64, L'#');
+    const int needed = MultiByteToWideChar(codePage, 0, narrow.data(), int(narrow.size()), nullptr, 0);
+    const int count = MultiByteToWideChar(codePage, 0, narrow.data(), int(narrow.size()), &wide[0], needed);
+    return count > 0 && count == needed && wide[size_t(count)] == L'#' ? wide.substr(0, size_t(count)) : L"<failed>";
 }
 
 std::string toNarrow(const std::wstring& wide, UINT codePage = CP_ACP)
 {
-    const int size = static_cast<int>(wide.size());
+    std::string narrow(64, '#');
+    const int size = int(wide.size());
     const int needed = WideCharToMultiByte(codePage, 0, wide.data(), size, nullptr, 0, nullptr, nullptr);
-    if (needed <= 0)
-        return std::string();
-    std::string narrow(static_cast<std::size_t>(needed), '\0');
-    EXPECT_EQ(needed, WideCharToMultiByte(codePage, 0, wide.data(), size, &narrow[0], needed, nullptr, nullptr));
-    return narrow;
+    const int count = WideCharToMultiByte(codePage, 0, wide.data(), size, &narrow[0], needed, nullptr, nullptr);
+    return count > 0 && count == needed && narrow[size_t(count)] == '#' ? narrow.substr(0, size_t(count)) : "<failed>";
 }
 
-struct RoundTrip
-{
-    const char* name;
-    std::string narrow;
-    std::wstring wide;
-};
-
-const RoundTrip kRoundTrips[] = {
-    {"ascii", "plain text", L"plain text"},
-    {"last one-byte", "\x7F", L"\x7F"},
-    {"first two-byte", "\xC2\x80", L"\x80"},
-    {"two-byte", "caf\xC3\xA9", L"caf\xE9"},
-    {"last two-byte", "\xDF\xBF", L"\x7FF"},
-    {"first three-byte", "\xE0\xA0\x80", L"\x800"},
-    {"euro sign", "\xE2\x82\xAC", L"\x20AC"},
-    {"before surrogates", "\xED\x9F\xBF", L"\xD7FF"},
-    {"after surrogates", "\xEE\x80\x80", L"\xE000"},
-    {"last three-byte", "\xEF\xBF\xBF", L"\xFFFF"},
-    {"first four-byte", "\xF0\x90\x80\x80", L"\x10000"},
-    {"emoji", "\xF0\x9F\x98\x80", L"\x1F600"},
-    {"last scalar value", "\xF4\x8F\xBF\xBF", L"\x10FFFF"},
-    {"embedded null", std::string("a\0b", 3), std::wstring(L"a\0b", 3)},
-};
-
-TEST(CodePages, RoundTripsEveryEncodingLength)
-{
-    for (const RoundTrip& row : kRoundTrips) {
-        SCOPED_TRACE(row.name);
-        EXPECT_EQ(row.wide, toWide(row.narrow));
-        EXPECT_EQ(row.wide, toWide(row.narrow, CP_UTF8));
-        EXPECT_EQ(row.narrow, toNarrow(row.wide));
-        EXPECT_EQ(row.narrow, toNarrow(row.wide, CP_UTF8));
-    }
-}
-
-// The C library's own UTF-8 codec is the reference for every scalar value on a sparse grid.
+// The C library's codec is the reference: each length's first and last value, then a sparse grid.
 TEST(CodePages, AgreesWithTheCLibraryUtf8Codec)
 {
-    locale_t utf8 = ::newlocale(LC_CTYPE_MASK, "C.UTF-8", static_cast<locale_t>(nullptr));
-    if (utf8 == static_cast<locale_t>(nullptr))
+    locale_t utf8 = ::newlocale(LC_CTYPE_MASK, "C.UTF-8", locale_t(nullptr));
+    if (utf8 == locale_t(nullptr))
         GTEST_SKIP() << "no C.UTF-8 locale here";
     const locale_t previous = ::uselocale(utf8);
+    std::vector<char32_t> values = {0x7F, 0x80, 0x7FF, 0x800, 0xD7FF, 0xE000, 0xFFFF, 0x10000, 0x10FFFF};
     for (char32_t value = 1; value <= 0x10FFFF; value += value < 0x1000 ? 1 : 251) {
-        if (value >= 0xD800 && value <= 0xDFFF)
-            continue;
+        if (value < 0xD800 || value > 0xDFFF)
+            values.push_back(value);
+    }
+    for (char32_t value : values) {
         char reference[MB_LEN_MAX];
         std::mbstate_t state{};
-        const std::size_t size = std::wcrtomb(reference, static_cast<wchar_t>(value), &state);
-        ASSERT_NE(static_cast<std::size_t>(-1), size) << std::hex << value;
-        const std::string narrow(reference, size);
-        const std::wstring wide(1, static_cast<wchar_t>(value));
-        ASSERT_EQ(narrow, toNarrow(wide)) << std::hex << value;
-        ASSERT_EQ(wide, toWide(narrow)) << std::hex << value;
+        const size_t size = std::wcrtomb(reference, wchar_t(value), &state);
+        ASSERT_NE(size, size_t(-1)) << std::hex << value;
+        ASSERT_EQ(toNarrow(std::wstring(1, wchar_t(value))), std::string(reference, size)) << std::hex << value;
+        ASSERT_EQ(toWide(std::string(reference, size)), std::wstring(1, wchar_t(value))) << std::hex << value;
     }
     ::uselocale(previous);
     ::freelocale(utf8);
 }
 
+// UTF-8 is validated strictly with or without MB_ERR_INVALID_CHARS.
 TEST(CodePages, InvalidUtf8Fails1113)
 {
-    struct Row
-    {
-        const char* name;
-        std::string bytes;
+    const std::string rows[] = {
+        "\xC0\x80", "\xC1\xBF", "\xE0\x80\x80", "\xE0\x9F\xBF", "\xF0\x8F\xBF\xBF",     // overlong
+        "\xED\xA0\x80", "\xED\xBF\xBF", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xFF", // no scalar value
+        "\x80", "\xC3\x28", "ab\xE2\x82", "\xF0\x9F\x98", std::string("\xE2\x82\xAC", 2), // broken or cut
     };
-    const Row rows[] = {
-        {"overlong NUL", "\xC0\x80"},
-        {"overlong two-byte", "\xC1\xBF"},
-        {"overlong three-byte", "\xE0\x80\x80"},
-        {"overlong three-byte, top", "\xE0\x9F\xBF"},
-        {"overlong four-byte", "\xF0\x8F\xBF\xBF"},
-        {"high surrogate", "\xED\xA0\x80"},
-        {"low surrogate", "\xED\xBF\xBF"},
-        {"above U+10FFFF", "\xF4\x90\x80\x80"},
-        {"lead F5", "\xF5\x80\x80\x80"},
-        {"lead FF", "\xFF"},
-        {"lone continuation", "\x80"},
-        {"continuation missing", "\xC3\x28"},
-        {"cut three-byte", "ab\xE2\x82"},
-        {"cut four-byte", "\xF0\x9F\x98"},
-        {"cut by the length", std::string("\xE2\x82\xAC", 2)},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        const int size = static_cast<int>(row.bytes.size());
-        SetLastError(0);
-        EXPECT_EQ(0, MultiByteToWideChar(CP_ACP, 0, row.bytes.data(), size, nullptr, 0));
-        EXPECT_EQ(ERROR_NO_UNICODE_TRANSLATION, GetLastError());
+    for (const std::string& bytes : rows) {
+        SCOPED_TRACE(::testing::PrintToString(bytes));
         wchar_t output[16];
         SetLastError(0);
-        EXPECT_EQ(0, MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, row.bytes.data(), size, output, 16));
-        EXPECT_EQ(ERROR_NO_UNICODE_TRANSLATION, GetLastError());
+        EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, bytes.data(), int(bytes.size()), nullptr, 0), 0);
+        EXPECT_EQ(GetLastError(), ERROR_NO_UNICODE_TRANSLATION);
+        SetLastError(0);
+        EXPECT_EQ(MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, bytes.data(), int(bytes.size()), output, 16), 0);
+        EXPECT_EQ(GetLastError(), ERROR_NO_UNICODE_TRANSLATION);
     }
 }
 
-TEST(CodePages, MinusOneLengthIncludesTheTerminator)
+// An explicit length takes embedded zeros; a length of -1 ends at the terminator and counts it.
+TEST(CodePages, LengthsAndTerminators)
 {
-    wchar_t wide[8];
-    EXPECT_EQ(4, MultiByteToWideChar(CP_ACP, 0, "a\xC3\xA9z", -1, nullptr, 0));
-    ASSERT_EQ(4, MultiByteToWideChar(CP_ACP, 0, "a\xC3\xA9z", -1, wide, 8));
-    EXPECT_EQ(std::wstring(L"a\xE9z"), std::wstring(wide));
-
-    char narrow[8];
-    EXPECT_EQ(5, WideCharToMultiByte(CP_ACP, 0, L"a\xE9z", -1, nullptr, 0, nullptr, nullptr));
-    ASSERT_EQ(5, WideCharToMultiByte(CP_ACP, 0, L"a\xE9z", -1, narrow, 8, nullptr, nullptr));
-    EXPECT_STREQ("a\xC3\xA9z", narrow);
+    const std::string narrow("a\0\xC3\xA9\xF0\x9F\x98\x80", 8);
+    const std::wstring wide(L"a\0\xE9\x1F600", 4);
+    for (UINT codePage : {UINT(CP_ACP), UINT(CP_UTF8)}) {
+        EXPECT_EQ(toWide(narrow, codePage), wide);
+        EXPECT_EQ(toNarrow(wide, codePage), narrow);
+    }
+    wchar_t wideOut[8];
+    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "a\xC3\xA9z", -1, nullptr, 0), 4);
+    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "a\xC3\xA9z", -1, wideOut, 8), 4);
+    EXPECT_EQ(std::wstring(wideOut), L"a\xE9z");
+    char narrowOut[8];
+    EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, L"a\xE9z", -1, nullptr, 0, nullptr, nullptr), 5);
+    EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, L"a\xE9z", -1, narrowOut, 8, nullptr, nullptr), 5);
+    EXPECT_STREQ(narrowOut, "a\xC3\xA9z");
 }
 
-TEST(CodePages, ExactFitWritesNoTerminatorAndOneLessFails122)
-{
-    wchar_t wide[4] = {L'#', L'#', L'#', L'#'};
-    EXPECT_EQ(3, MultiByteToWideChar(CP_ACP, 0, "abc", 3, wide, 3));
-    EXPECT_EQ(L'#', wide[3]);
-    SetLastError(0);
-    EXPECT_EQ(0, MultiByteToWideChar(CP_ACP, 0, "abc", -1, wide, 3));
-    EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER, GetLastError());
-
-    char narrow[4] = {'#', '#', '#', '#'};
-    EXPECT_EQ(2, WideCharToMultiByte(CP_ACP, 0, L"\xE9", 1, narrow, 2, nullptr, nullptr));
-    EXPECT_EQ('#', narrow[2]);
-    SetLastError(0);
-    EXPECT_EQ(0, WideCharToMultiByte(CP_ACP, 0, L"\x20AC", 1, narrow, 2, nullptr, nullptr));
-    EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER, GetLastError());
-}
-
-TEST(CodePages, BadArgumentsFail87)
+TEST(CodePages, TooSmallOutputFails122AndBadArguments87)
 {
     wchar_t wide[4];
     char narrow[4];
     BOOL used = FALSE;
-    struct Row
-    {
-        const char* name;
-        std::function<int()> call;
+    const std::pair<std::function<int()>, DWORD> rows[] = {
+        {[&] { return MultiByteToWideChar(CP_ACP, 0, "abc", -1, wide, 3); }, 122},
+        {[&] { return WideCharToMultiByte(CP_ACP, 0, L"\x20AC", 1, narrow, 2, nullptr, nullptr); }, 122},
+        {[&] { return MultiByteToWideChar(1252, 0, "a", 1, wide, 4); }, 87},
+        {[&] { return MultiByteToWideChar(CP_ACP, 0, nullptr, 1, wide, 4); }, 87},
+        {[&] { return MultiByteToWideChar(CP_ACP, 0, "a", 0, wide, 4); }, 87},
+        {[&] { return MultiByteToWideChar(CP_ACP, 0, "a", -2, wide, 4); }, 87},
+        {[&] { return MultiByteToWideChar(CP_ACP, 0, "a", 1, nullptr, 4); }, 87},
+        {[&] { return MultiByteToWideChar(CP_ACP, 0, "a", 1, wide, -1); }, 87},
+        {[&] { return WideCharToMultiByte(1252, 0, L"a", 1, narrow, 4, nullptr, nullptr); }, 87},
+        {[&] { return WideCharToMultiByte(CP_ACP, 0, nullptr, 1, narrow, 4, nullptr, nullptr); }, 87},
+        {[&] { return WideCharToMultiByte(CP_ACP, 0, L"a", 0, narrow, 4, nullptr, nullptr); }, 87},
+        {[&] { return WideCharToMultiByte(CP_ACP, 0, L"a", -2, narrow, 4, nullptr, nullptr); }, 87},
+        {[&] { return WideCharToMultiByte(CP_ACP, 0, L"a", 1, nullptr, 4, nullptr, nullptr); }, 87},
+        {[&] { return WideCharToMultiByte(CP_UTF8, 0, L"a", 1, narrow, 4, "?", nullptr); }, 87},
+        {[&] { return WideCharToMultiByte(CP_UTF8, 0, L"a", 1, narrow, 4, nullptr, &used); }, 87},
     };
-    const Row rows[] = {
-        {"narrow: other code page", [&] { return MultiByteToWideChar(1252, 0, "a", 1, wide, 4); }},
-        {"narrow: null source", [&] { return MultiByteToWideChar(CP_ACP, 0, nullptr, 1, wide, 4); }},
-        {"narrow: zero length", [&] { return MultiByteToWideChar(CP_ACP, 0, "a", 0, wide, 4); }},
-        {"narrow: length below -1", [&] { return MultiByteToWideChar(CP_ACP, 0, "a", -2, wide, 4); }},
-        {"narrow: null output with a size", [&] { return MultiByteToWideChar(CP_ACP, 0, "a", 1, nullptr, 4); }},
-        {"narrow: negative size", [&] { return MultiByteToWideChar(CP_ACP, 0, "a", 1, wide, -1); }},
-        {"wide: other code page", [&] { return WideCharToMultiByte(1252, 0, L"a", 1, narrow, 4, nullptr, nullptr); }},
-        {"wide: null source", [&] { return WideCharToMultiByte(CP_ACP, 0, nullptr, 1, narrow, 4, nullptr, nullptr); }},
-        {"wide: zero length", [&] { return WideCharToMultiByte(CP_ACP, 0, L"a", 0, narrow, 4, nullptr, nullptr); }},
-        {"wide: length below -1",
-         [&] { return WideCharToMultiByte(CP_ACP, 0, L"a", -2, narrow, 4, nullptr, nullptr); }},
-        {"wide: null output with a size",
-         [&] { return WideCharToMultiByte(CP_ACP, 0, L"a", 1, nullptr, 4, nullptr, nullptr); }},
-        {"wide: UTF-8 with a default char",
-         [&] { return WideCharToMultiByte(CP_UTF8, 0, L"a", 1, narrow, 4, "?", nullptr); }},
-        {"wide: UTF-8 asking for the default's use",
-         [&] { return WideCharToMultiByte(CP_UTF8, 0, L"a", 1, narrow, 4, nullptr, &used); }},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (size_t i = 0; i < std::size(rows); ++i) {
+        SCOPED_TRACE(i);
         SetLastError(0);
-        EXPECT_EQ(0, row.call());
-        EXPECT_EQ(ERROR_INVALID_PARAMETER, GetLastError());
+        EXPECT_EQ(rows[i].first(), 0);
+        EXPECT_EQ(GetLastError(), rows[i].second);
     }
 }
 
+// A surrogate or a value above U+10FFFF becomes U+FFFD, or the default character of code page 0.
 TEST(CodePages, NonScalarWideValuesBecomeReplacementOrFail1113)
 {
-    const std::wstring values[] = {std::wstring(1, static_cast<wchar_t>(0xD800)),
-                                   std::wstring(1, static_cast<wchar_t>(0xDFFF)),
-                                   std::wstring(1, static_cast<wchar_t>(0x110000)),
-                                   std::wstring(1, static_cast<wchar_t>(-1))};
-    for (const std::wstring& value : values) {
-        SCOPED_TRACE(static_cast<long>(value[0]));
-        const std::wstring text = L"a" + value + L"b";
-        EXPECT_EQ("a\xEF\xBF\xBD" "b", toNarrow(text));
-
+    for (wchar_t value : {wchar_t(0xD800), wchar_t(0xDFFF), wchar_t(0x110000), wchar_t(-1)}) {
+        SCOPED_TRACE(long(value));
+        const wchar_t text[] = {L'a', value, L'b'};
+        EXPECT_EQ(toNarrow(std::wstring(text, 3)), "a\xEF\xBF\xBD" "b");
         char narrow[8];
-        SetLastError(0);
-        EXPECT_EQ(0, WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, text.data(), 3, narrow, 8, nullptr, nullptr));
-        EXPECT_EQ(ERROR_NO_UNICODE_TRANSLATION, GetLastError());
-
         BOOL used = FALSE;
-        ASSERT_EQ(3, WideCharToMultiByte(CP_ACP, 0, text.data(), 3, narrow, 8, "?", &used));
-        EXPECT_EQ("a?b", std::string(narrow, 3));
-        EXPECT_EQ(TRUE, used);
+        EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, text, 3, narrow, 8, "?", &used), 3);
+        EXPECT_EQ(std::string(narrow, 3), "a?b");
+        EXPECT_TRUE(used);
+        SetLastError(0);
+        EXPECT_EQ(WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, text, 3, narrow, 8, nullptr, nullptr), 0);
+        EXPECT_EQ(GetLastError(), ERROR_NO_UNICODE_TRANSLATION);
     }
     BOOL used = TRUE;
     char narrow[8];
-    EXPECT_EQ(2, WideCharToMultiByte(CP_ACP, 0, L"ok", 2, narrow, 8, "?", &used));
-    EXPECT_EQ(FALSE, used);
+    EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, L"ok", 2, narrow, 8, "?", &used), 2);
+    EXPECT_FALSE(used);
 }
 
 } // namespace

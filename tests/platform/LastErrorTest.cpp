@@ -6,30 +6,22 @@
 
 namespace {
 
-TEST(LastError, KeepsWhatWasSet)
-{
-    SetLastError(ERROR_MOD_NOT_FOUND);
-    EXPECT_EQ(ERROR_MOD_NOT_FOUND, GetLastError());
-    SetLastError(0xFFFFFFFFu);
-    EXPECT_EQ(0xFFFFFFFFu, GetLastError());
-    SetLastError(0);
-    EXPECT_EQ(0u, GetLastError());
-}
-
+// Each thread keeps its own value, 0 at its start.
 TEST(LastErrorConcurrency, EachThreadHasItsOwn)
 {
+    SetLastError(0xFFFFFFFFu);
+    EXPECT_EQ(GetLastError(), 0xFFFFFFFFu);
     SetLastError(ERROR_NOT_OWNER);
     DWORD seenAtStart = 1;
     DWORD seenAfterSet = 0;
-    std::thread other([&] {
+    std::thread([&] {
         seenAtStart = GetLastError();
         SetLastError(ERROR_PROC_NOT_FOUND);
         seenAfterSet = GetLastError();
-    });
-    other.join();
-    EXPECT_EQ(0u, seenAtStart);
-    EXPECT_EQ(ERROR_PROC_NOT_FOUND, seenAfterSet);
-    EXPECT_EQ(ERROR_NOT_OWNER, GetLastError());
+    }).join();
+    EXPECT_EQ(seenAtStart, 0u);
+    EXPECT_EQ(seenAfterSet, ERROR_PROC_NOT_FOUND);
+    EXPECT_EQ(GetLastError(), ERROR_NOT_OWNER);
 }
 
 } // namespace

@@ -4,12 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <climits>
 #include <cstdlib>
+#include <cwchar>
 #include <functional>
+#include <iterator>
 #include <string>
 
 namespace {
@@ -24,9 +23,7 @@ std::wstring widen(const std::string& ascii)
 std::string canonical(const std::string& path)
 {
     char* resolved = ::realpath(path.c_str(), nullptr);
-    if (resolved == nullptr)
-        return path;
-    std::string result(resolved);
+    const std::string result = resolved != nullptr ? resolved : path;
     std::free(resolved);
     return result;
 }
@@ -38,256 +35,157 @@ std::string fileNameOf(HMODULE module)
     return std::string(buffer, buffer + size);
 }
 
-// Loads a test module by its Windows name with a path, and frees it at the end of the test.
-class LoadedModule
+// The process image is the loader's main program; "zmu.dll" is this library. The loader's global
+// scope has libzmu's string table, but only libzmu answers with it, never the process image.
+TEST(Modules, ProcessImageAndZmuDllAreTheLoadersOwn)
 {
-public:
-    explicit LoadedModule(const std::string& windowsName)
-        : m_module(LoadLibraryW(widen(kModuleDir + "/" + windowsName).c_str()))
-    {
-    }
-    ~LoadedModule()
-    {
-        if (m_module != nullptr)
-            FreeLibrary(m_module);
-    }
-    LoadedModule(const LoadedModule&) = delete;
-    LoadedModule& operator=(const LoadedModule&) = delete;
-    HMODULE get() const { return m_module; }
-
-private:
-    HMODULE m_module;
-};
-
-TEST(Modules, ProcessImageIsTheLoadersMainProgram)
-{
-    void* system = ::dlopen(nullptr, RTLD_LAZY);
-    ASSERT_NE(nullptr, system);
-    EXPECT_EQ(system, static_cast<void*>(GetModuleHandleW(nullptr)));
-    EXPECT_EQ(system, static_cast<void*>(GetModuleHandleA(nullptr)));
-    ::dlclose(system);
-}
-
-TEST(Modules, ZmuDllIsThisLibrary)
-{
+    void* image = ::dlopen(nullptr, RTLD_LAZY);
     Dl_info info{};
-    ASSERT_NE(0, ::dladdr(reinterpret_cast<void*>(&GetLastError), &info));
-    void* system = ::dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD);
-    ASSERT_NE(nullptr, system);
-    ::dlclose(system);
+    ASSERT_NE(::dladdr(reinterpret_cast<void*>(&GetLastError), &info), 0);
+    void* zmu = ::dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD);
+    ASSERT_TRUE(image != nullptr && zmu != nullptr);
+    ::dlclose(image);
+    ::dlclose(zmu);
+    EXPECT_EQ(static_cast<void*>(GetModuleHandleW(nullptr)), image);
+    EXPECT_EQ(static_cast<void*>(GetModuleHandleA(nullptr)), image);
+    for (HMODULE module : {GetModuleHandleW(L"zmu.dll"), GetModuleHandleW(L"ZMU.DLL"), GetModuleHandleA("zmu.dll")})
+        EXPECT_EQ(static_cast<void*>(module), zmu);
+    EXPECT_EQ(fileNameOf(nullptr), canonical("/proc/self/exe"));
+    EXPECT_EQ(fileNameOf(static_cast<HMODULE>(image)), canonical("/proc/self/exe"));
+    EXPECT_EQ(canonical(fileNameOf(static_cast<HMODULE>(zmu))), canonical(info.dli_fname));
 
-    EXPECT_EQ(system, static_cast<void*>(GetModuleHandleW(L"zmu.dll")));
-    EXPECT_EQ(system, static_cast<void*>(GetModuleHandleW(L"ZMU.DLL")));
-    EXPECT_EQ(system, static_cast<void*>(GetModuleHandleA("zmu.dll")));
-    EXPECT_EQ(canonical(info.dli_fname), canonical(fileNameOf(GetModuleHandleW(L"zmu.dll"))));
-}
-
-TEST(Modules, ProcessImageDoesNotAnswerWithALibraryFunction)
-{
-    // The loader's global scope has libzmu's string table; the process image does not export it.
-    void* libraryEntry = ::dlsym(RTLD_DEFAULT, "ZRLoadStringW");
-    ASSERT_NE(nullptr, libraryEntry);
+    void* const stringTable = ::dlsym(RTLD_DEFAULT, "ZRLoadStringW");
+    ASSERT_NE(stringTable, nullptr);
+    EXPECT_EQ(reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(zmu), "ZRLoadStringW")), stringTable);
     SetLastError(0);
-    EXPECT_EQ(nullptr, GetProcAddress(GetModuleHandleW(nullptr), "ZRLoadStringW"));
-    EXPECT_EQ(ERROR_PROC_NOT_FOUND, GetLastError());
-
-    EXPECT_EQ(libraryEntry, reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"zmu.dll"), "ZRLoadStringW")));
+    EXPECT_EQ(GetProcAddress(static_cast<HMODULE>(image), "ZRLoadStringW"), nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_PROC_NOT_FOUND);
 }
 
+// "x.dll" and "x.exe" load libx.so; finding by any name works only while loaded and takes no count.
 TEST(Modules, LoadsByWindowsNameAndFindsOnlyWhileLoaded)
 {
     const std::string path = kModuleDir + "/libzmu_test_strings.so";
     SetLastError(0);
-    EXPECT_EQ(nullptr, GetModuleHandleW(L"zmu_test_strings.dll"));
-    EXPECT_EQ(ERROR_MOD_NOT_FOUND, GetLastError());
-    {
-        LoadedModule strings("zmu_test_strings.dll");
-        ASSERT_NE(nullptr, strings.get()) << ::dlerror();
-        void* system = ::dlopen(path.c_str(), RTLD_LAZY | RTLD_NOLOAD);
-        EXPECT_EQ(system, static_cast<void*>(strings.get()));
-        ::dlclose(system);
+    EXPECT_EQ(GetModuleHandleW(L"zmu_test_strings.dll"), nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND);
 
-        // A bare name finds the module wherever it was loaded from, as Windows does.
-        EXPECT_EQ(strings.get(), GetModuleHandleW(L"zmu_test_strings.dll"));
-        EXPECT_EQ(strings.get(), GetModuleHandleW(L"zmu_test_strings"));
-        EXPECT_EQ(strings.get(), GetModuleHandleA("libzmu_test_strings.so"));
-        EXPECT_EQ(strings.get(), GetModuleHandleW(widen(path).c_str()));
-        EXPECT_EQ(canonical(path), canonical(fileNameOf(strings.get())));
-    }
-    EXPECT_EQ(nullptr, ::dlopen(path.c_str(), RTLD_LAZY | RTLD_NOLOAD));
-    SetLastError(0);
-    EXPECT_EQ(nullptr, GetModuleHandleW(L"zmu_test_strings.dll"));
-    EXPECT_EQ(ERROR_MOD_NOT_FOUND, GetLastError());
-}
+    const HMODULE loaded = LoadLibraryW(widen(kModuleDir + "/zmu_test_strings.dll").c_str());
+    ASSERT_NE(loaded, nullptr);
+    void* system = ::dlopen(path.c_str(), RTLD_LAZY | RTLD_NOLOAD);
+    ::dlclose(system);
+    EXPECT_EQ(static_cast<void*>(loaded), system);
+    EXPECT_EQ(LoadLibraryExW(widen(kModuleDir + "/zmu_test_strings.exe").c_str(), nullptr, 0), loaded);
+    EXPECT_EQ(LoadLibraryA(path.c_str()), loaded);
+    for (HMODULE found : {GetModuleHandleW(L"zmu_test_strings.dll"), GetModuleHandleW(L"zmu_test_strings"),
+                          GetModuleHandleA("libzmu_test_strings.so"), GetModuleHandleW(widen(path).c_str())})
+        EXPECT_EQ(found, loaded);
+    EXPECT_EQ(canonical(fileNameOf(loaded)), canonical(path));
 
-TEST(Modules, FindingDoesNotRaiseTheCountButLoadingDoes)
-{
-    const std::string path = kModuleDir + "/libzmu_test_plain.so";
-    const HMODULE first = LoadLibraryA(path.c_str());
-    ASSERT_NE(nullptr, first);
-    EXPECT_EQ(first, GetModuleHandleW(L"zmu_test_plain.dll"));
-    const HMODULE second = LoadLibraryExW(widen(kModuleDir + "/zmu_test_plain.exe").c_str(), nullptr, 0);
-    EXPECT_EQ(first, second);
-
-    EXPECT_EQ(TRUE, FreeLibrary(second));
-    EXPECT_EQ(first, GetModuleHandleW(L"zmu_test_plain.dll"));
-    EXPECT_EQ(TRUE, FreeLibrary(first));
-    EXPECT_EQ(nullptr, GetModuleHandleW(L"zmu_test_plain.dll"));
-}
-
-TEST(Modules, ExportsComeOnlyFromTheModuleItself)
-{
-    LoadedModule strings("zmu_test_strings.dll");
-    ASSERT_NE(nullptr, strings.get());
-
-    const auto marker = reinterpret_cast<int (*)()>(GetProcAddress(strings.get(), "zmuTestModuleMarker"));
-    ASSERT_NE(nullptr, marker);
-    EXPECT_EQ(42, marker());
-    EXPECT_NE(nullptr, GetProcAddress(strings.get(), "ZRLoadStringW"));
-
-    // The loader would answer from the module's dependencies (the C library).
-    ASSERT_NE(nullptr, ::dlsym(static_cast<void*>(strings.get()), "wcslen"));
-    SetLastError(0);
-    EXPECT_EQ(nullptr, GetProcAddress(strings.get(), "wcslen"));
-    EXPECT_EQ(ERROR_PROC_NOT_FOUND, GetLastError());
-}
-
-TEST(Modules, FailuresSetTheirCodes)
-{
-    struct Row
-    {
-        const char* name;
-        std::function<bool()> succeeds;
-        DWORD error;
-    };
-    const Row rows[] = {
-        {"load of a missing module", [] { return LoadLibraryW(L"zmu_no_such_module.dll") != nullptr; },
-         ERROR_MOD_NOT_FOUND},
-        {"load of a null name", [] { return LoadLibraryW(nullptr) != nullptr; }, ERROR_INVALID_PARAMETER},
-        {"load of an empty name", [] { return LoadLibraryW(L"") != nullptr; }, ERROR_INVALID_PARAMETER},
-        {"load with a reserved handle",
-         [] { return LoadLibraryExW(L"zmu.dll", reinterpret_cast<HANDLE>(1), 0) != nullptr; },
-         ERROR_INVALID_PARAMETER},
-        {"handle of a missing module", [] { return GetModuleHandleW(L"zmu_no_such_module.dll") != nullptr; },
-         ERROR_MOD_NOT_FOUND},
-        {"entry of a null module", [] { return GetProcAddress(nullptr, "GetLastError") != nullptr; },
-         ERROR_INVALID_HANDLE},
-        {"missing entry", [] { return GetProcAddress(GetModuleHandleW(L"zmu.dll"), "zmuNoSuchEntry") != nullptr; },
-         ERROR_PROC_NOT_FOUND},
-        {"null entry name", [] { return GetProcAddress(GetModuleHandleW(L"zmu.dll"), nullptr) != nullptr; },
-         ERROR_PROC_NOT_FOUND},
-        {"free of a null handle", [] { return FreeLibrary(nullptr) != FALSE; }, ERROR_INVALID_HANDLE},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        SetLastError(0);
-        EXPECT_FALSE(row.succeeds());
-        EXPECT_EQ(row.error, GetLastError());
-    }
-}
-
-TEST(Modules, FileNameOfTheProcessImageIsProcSelfExe)
-{
-    char system[PATH_MAX];
-    const ssize_t size = ::readlink("/proc/self/exe", system, sizeof system);
-    ASSERT_GT(size, 0);
-    const std::string expected(system, static_cast<std::size_t>(size));
-    EXPECT_EQ(expected, fileNameOf(nullptr));
-    EXPECT_EQ(expected, fileNameOf(GetModuleHandleW(nullptr)));
+    EXPECT_TRUE(FreeLibrary(loaded));
+    EXPECT_TRUE(FreeLibrary(loaded));
+    EXPECT_EQ(GetModuleHandleW(L"zmu_test_strings.dll"), loaded);
+    EXPECT_TRUE(FreeLibrary(loaded));
+    EXPECT_EQ(::dlopen(path.c_str(), RTLD_LAZY | RTLD_NOLOAD), nullptr);
+    EXPECT_EQ(GetModuleHandleW(L"zmu_test_strings.dll"), nullptr);
 }
 
 TEST(Modules, FileNameIsCutToTheBufferWith122)
 {
     const std::string full = fileNameOf(nullptr);
-    ASSERT_GT(full.size(), 5u);
     wchar_t buffer[6] = {L'#', L'#', L'#', L'#', L'#', L'#'};
     SetLastError(0);
-    EXPECT_EQ(5u, GetModuleFileNameW(nullptr, buffer, 5));
-    EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER, GetLastError());
-    EXPECT_EQ(widen(full.substr(0, 4)), std::wstring(buffer));
-    EXPECT_EQ(L'#', buffer[5]);
-
-    // Room for the text but not for its terminator is cut too.
-    std::wstring exact(full.size(), L'#');
+    EXPECT_EQ(GetModuleFileNameW(nullptr, buffer, 5), 5u);
+    EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+    EXPECT_EQ(std::wstring(buffer), widen(full.substr(0, 4)));
+    EXPECT_EQ(buffer[5], L'#');
+    std::wstring exact(full.size(), L'#'); // room for the text, not for its terminator
     SetLastError(0);
-    EXPECT_EQ(full.size(), GetModuleFileNameW(nullptr, &exact[0], static_cast<DWORD>(full.size())));
-    EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER, GetLastError());
-
-    SetLastError(0);
-    EXPECT_EQ(0u, GetModuleFileNameW(nullptr, buffer, 0));
-    EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER, GetLastError());
-    SetLastError(0);
-    EXPECT_EQ(0u, GetModuleFileNameW(nullptr, nullptr, 5));
-    EXPECT_EQ(ERROR_INVALID_PARAMETER, GetLastError());
+    EXPECT_EQ(GetModuleFileNameW(nullptr, &exact[0], DWORD(full.size())), full.size());
+    EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
 }
 
-TEST(Modules, LoadStringAnswersThroughTheModulesLoader)
+// The test modules: one serves strings through its exported ZRLoadStringW, one has no strings.
+class LoadedModules : public ::testing::Test
 {
-    LoadedModule strings("zmu_test_strings.dll");
-    ASSERT_NE(nullptr, strings.get());
-    struct Row
+protected:
+    void SetUp() override { ASSERT_TRUE(m_strings != nullptr && m_plain != nullptr); }
+    void TearDown() override
     {
-        const char* name;
-        UINT id;
-        int bufferMax;
-        int count;
-        const wchar_t* text;
-        DWORD error;
-    };
-    const Row rows[] = {
-        {"whole string", 1, 64, 3, L"one", 0},
-        {"empty string exists", 2, 64, 0, L"", 0},
-        {"cut to bufferMax - 1", 7, 6, 5, L"seven", 0},
-        {"room for the terminator only", 7, 1, 0, L"", 0},
-        {"exact fit", 1, 4, 3, L"one", 0},
-        {"missing row", 3, 64, 0, L"", ERROR_RESOURCE_NAME_NOT_FOUND},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        wchar_t buffer[64];
-        std::fill(buffer, buffer + 64, L'#');
-        SetLastError(12345);
-        EXPECT_EQ(row.count, LoadStringW(strings.get(), row.id, buffer, row.bufferMax));
-        EXPECT_EQ(row.error, GetLastError());
-        EXPECT_EQ(std::wstring(row.text), std::wstring(buffer));
+        FreeLibrary(m_strings);
+        FreeLibrary(m_plain);
     }
+
+    const HMODULE m_strings = LoadLibraryW(widen(kModuleDir + "/zmu_test_strings.dll").c_str());
+    const HMODULE m_plain = LoadLibraryW(widen(kModuleDir + "/zmu_test_plain.dll").c_str());
+};
+
+// The loader would answer from the module's dependencies (the C library); GetProcAddress does not.
+TEST_F(LoadedModules, ExportsComeOnlyFromTheModuleItself)
+{
+    const auto marker = reinterpret_cast<int (*)()>(GetProcAddress(m_strings, "zmuTestModuleMarker"));
+    ASSERT_NE(marker, nullptr);
+    EXPECT_EQ(marker(), 42);
+    EXPECT_NE(GetProcAddress(m_strings, "ZRLoadStringW"), nullptr);
+    ASSERT_NE(::dlsym(static_cast<void*>(m_strings), "wcslen"), nullptr);
+    SetLastError(0);
+    EXPECT_EQ(GetProcAddress(m_strings, "wcslen"), nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_PROC_NOT_FOUND);
 }
 
-TEST(Modules, LoadStringFindsNothingWithoutALoader)
+TEST_F(LoadedModules, FailuresSetTheirCodes)
 {
-    LoadedModule plain("zmu_test_plain.dll");
-    ASSERT_NE(nullptr, plain.get());
-    const HMODULE modules[] = {plain.get(), GetModuleHandleW(nullptr), nullptr};
-    for (HMODULE module : modules) {
-        SCOPED_TRACE(module == nullptr ? "null module" : "module without loader");
-        wchar_t buffer[16] = L"stale";
-        SetLastError(0);
-        EXPECT_EQ(0, LoadStringW(module, 1, buffer, 16));
-        EXPECT_EQ(ERROR_RESOURCE_NAME_NOT_FOUND, GetLastError());
-        EXPECT_EQ(L'\0', buffer[0]);
-    }
     wchar_t buffer[4];
-    SetLastError(0);
-    EXPECT_EQ(0, LoadStringW(plain.get(), 1, buffer, 0));
-    EXPECT_EQ(ERROR_INVALID_PARAMETER, GetLastError());
-    SetLastError(0);
-    EXPECT_EQ(0, LoadStringW(plain.get(), 1, nullptr, 4));
-    EXPECT_EQ(ERROR_INVALID_PARAMETER, GetLastError());
+    const std::pair<std::function<bool()>, DWORD> rows[] = {
+        {[] { return LoadLibraryW(L"zmu_no_such_module.dll") != nullptr; }, ERROR_MOD_NOT_FOUND},
+        {[] { return LoadLibraryW(nullptr) != nullptr; }, ERROR_INVALID_PARAMETER},
+        {[] { return LoadLibraryW(L"") != nullptr; }, ERROR_INVALID_PARAMETER},
+        {[] { return LoadLibraryExW(L"zmu.dll", reinterpret_cast<HANDLE>(1), 0) != nullptr; }, ERROR_INVALID_PARAMETER},
+        {[] { return GetModuleHandleW(L"zmu_no_such_module.dll") != nullptr; }, ERROR_MOD_NOT_FOUND},
+        {[] { return GetProcAddress(nullptr, "GetLastError") != nullptr; }, ERROR_INVALID_HANDLE},
+        {[this] { return GetProcAddress(m_strings, "zmuNoSuchEntry") != nullptr; }, ERROR_PROC_NOT_FOUND},
+        {[this] { return GetProcAddress(m_strings, nullptr) != nullptr; }, ERROR_PROC_NOT_FOUND},
+        {[] { return FreeLibrary(nullptr) != FALSE; }, ERROR_INVALID_HANDLE},
+        {[&] { return GetModuleFileNameW(nullptr, buffer, 0) != 0; }, ERROR_INSUFFICIENT_BUFFER},
+        {[] { return GetModuleFileNameW(nullptr, nullptr, 5) != 0; }, ERROR_INVALID_PARAMETER},
+        {[&] { return LoadStringW(m_plain, 1, buffer, 0) != 0; }, ERROR_INVALID_PARAMETER},
+        {[&] { return LoadStringW(m_strings, 1, nullptr, 4) != 0; }, ERROR_INVALID_PARAMETER},
+    };
+    for (size_t i = 0; i < std::size(rows); ++i) {
+        SCOPED_TRACE(i);
+        SetLastError(0);
+        EXPECT_FALSE(rows[i].first());
+        EXPECT_EQ(GetLastError(), rows[i].second);
+    }
 }
 
-TEST(Modules, LoadStringANarrowsAndCuts)
+// A module without a string loader has no strings: 1814, as for an id its loader lacks.
+TEST_F(LoadedModules, LoadStringAnswersThroughTheModulesLoader)
 {
-    LoadedModule strings("zmu_test_strings.dll");
-    ASSERT_NE(nullptr, strings.get());
-    char buffer[64];
-    EXPECT_EQ(3, LoadStringA(strings.get(), 1, buffer, 64));
-    EXPECT_STREQ("one", buffer);
-    EXPECT_EQ(6, LoadStringA(strings.get(), 7, buffer, 7));
-    EXPECT_STREQ("seven:", buffer);
+    const struct { HMODULE module; UINT id; int bufferMax; int count; const wchar_t* text; DWORD error; } rows[] = {
+        {m_strings, 1, 64, 3, L"one", 0},      {m_strings, 1, 4, 3, L"one", 0},
+        {m_strings, 2, 64, 0, L"", 0},         {m_strings, 7, 6, 5, L"seven", 0}, // cut to bufferMax - 1
+        {m_strings, 7, 1, 0, L"", 0},          {m_strings, 3, 64, 0, L"", 1814},
+        {m_plain, 1, 16, 0, L"", 1814},        {GetModuleHandleW(nullptr), 1, 16, 0, L"", 1814},
+        {nullptr, 1, 16, 0, L"", 1814},
+    };
+    for (size_t i = 0; i < std::size(rows); ++i) {
+        SCOPED_TRACE(i);
+        wchar_t buffer[64];
+        std::wmemset(buffer, L'#', 63);
+        buffer[63] = 0;
+        SetLastError(12345);
+        EXPECT_EQ(LoadStringW(rows[i].module, rows[i].id, buffer, rows[i].bufferMax), rows[i].count);
+        EXPECT_EQ(GetLastError(), rows[i].error);
+        EXPECT_EQ(std::wstring(buffer), rows[i].text);
+    }
+    char narrow[8];
+    EXPECT_EQ(LoadStringA(m_strings, 7, narrow, 7), 6);
+    EXPECT_STREQ(narrow, "seven:");
     SetLastError(0);
-    EXPECT_EQ(0, LoadStringA(strings.get(), 3, buffer, 64));
-    EXPECT_EQ(ERROR_RESOURCE_NAME_NOT_FOUND, GetLastError());
-    EXPECT_STREQ("", buffer);
+    EXPECT_EQ(LoadStringA(m_strings, 3, narrow, 8), 0);
+    EXPECT_EQ(GetLastError(), 1814u);
+    EXPECT_STREQ(narrow, "");
 }
 
 } // namespace
