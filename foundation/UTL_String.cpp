@@ -6,6 +6,7 @@
 #include "platform/Environment.h"
 #include "platform/LastError.h"
 #include "platform/Modules.h"
+#include "platform/Windows.h"
 
 #include <algorithm>
 #include <cctype>
@@ -462,8 +463,27 @@ void UTL_String::useBackslashes()
         std::replace(m_wide, m_wide + m_length, L'/', L'\\');
 }
 
-// Window services are not provided yet: a null window gives the empty string, and any other
-// window throws code 2, since no window text can be read.
+namespace {
+
+// Reads a window's text through the length-then-text pair of one width. A text that changed
+// between the two calls is no reading.
+template <typename Char>
+Char* readWindowText(HWND window, int (*measure)(HWND), int (*read)(HWND, Char*, int), int& length)
+{
+    length = std::max(measure(window), 0);
+    Char* buffer = allocateText<Char>(u64(length) + 1);
+    buffer[0] = Char(0);
+    const int count = read(window, buffer, length + 1);
+    if (count != length) {
+        delete[] buffer;
+        throw UTL_Exception(2);
+    }
+    buffer[length] = Char(0);
+    return buffer;
+}
+
+} // namespace
+
 int UTL_String::loadWindowText(HWND window, StringEncoding encoding)
 {
     if (encoding != Narrow && encoding != Wide)
@@ -472,7 +492,15 @@ int UTL_String::loadWindowText(HWND window, StringEncoding encoding)
     m_encoding = encoding;
     if (window == nullptr)
         return 0;
-    throw UTL_Exception(2);
+    int length = 0;
+    if (encoding == Narrow) {
+        char* text = readWindowText<char>(window, GetWindowTextLengthA, GetWindowTextA, length);
+        adoptText(text, u64(length));
+    } else {
+        wchar_t* text = readWindowText<wchar_t>(window, GetWindowTextLengthW, GetWindowTextW, length);
+        adoptText(text, u64(length));
+    }
+    return length;
 }
 
 UTL_String UTL_String::operator+(const UTL_String& other) const

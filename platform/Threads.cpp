@@ -1,8 +1,12 @@
 #include "platform/Threads.h"
 
 #include <pthread.h>
+#include <sched.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <ctime>
 
 namespace {
 // The kernel's thread id is positive and unique among live threads, so never 0. It is cached per
@@ -28,4 +32,19 @@ DWORD GetCurrentThreadId()
 DWORD GetCurrentProcessId()
 {
     return static_cast<DWORD>(::getpid());
+}
+
+void Sleep(DWORD milliseconds)
+{
+    if (milliseconds == 0) {
+        ::sched_yield();
+        return;
+    }
+    if (milliseconds == INFINITE) {
+        for (;;)
+            ::pause();
+    }
+    timespec remaining{static_cast<time_t>(milliseconds / 1000), static_cast<long>(milliseconds % 1000) * 1000000L};
+    while (::nanosleep(&remaining, &remaining) != 0 && errno == EINTR) {
+    }
 }

@@ -7,3 +7,6 @@
 DWORD GetCurrentThreadId();
 // Like GetCurrentProcessId: the process id.
 DWORD GetCurrentProcessId();
+// Like Sleep: suspends the calling thread for at least `milliseconds` (INFINITE: for ever); 0 only
+// yields.
+void Sleep(DWORD milliseconds);
