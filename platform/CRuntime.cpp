@@ -462,3 +462,12 @@ int _localtime64_s(std::tm* destination, const i64* time)
     }
     return 0;
 }
+
+int _get_daylight(int* hours)
+{
+    if (hours == nullptr)
+        return EINVAL;
+    ::tzset();
+    *hours = ::daylight != 0 ? 1 : 0;
+    return 0;
+}

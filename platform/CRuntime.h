@@ -29,3 +29,7 @@ i64 _time64(i64* destination);
 // argument or a moment outside 1970-01-01 to 3000-12-31 23:59:59 UTC, which the Windows runtime
 // refuses (then every field of `destination`, if there is one, is -1).
 int _localtime64_s(std::tm* destination, const i64* time);
+
+// Like _get_daylight: the C library's daylight flag after reading the time zone, 1 if the zone has
+// a summer time rule, else 0. 0, or EINVAL (22) for a null pointer.
+int _get_daylight(int* hours);

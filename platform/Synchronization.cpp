@@ -1,5 +1,6 @@
 #include "platform/Synchronization.h"
 
+#include "platform/HandleTable.h"
 #include "platform/LastError.h"
 #include "platform/Threads.h"
 
@@ -39,11 +40,12 @@ constexpr DWORD ERROR_ALREADY_EXISTS = 183;
 // address. Numbers step by 4, as Windows handles do.
 using HandleValue = std::uintptr_t;
 
-// An event or a mutex. One condition variable serves every waiter; `signalled()` tells whether
-// a waiter may pass, `consume()` what passing does to the object.
+// An event, a mutex, or another platform object (a file, a file mapping) that only shares the
+// table. One condition variable serves every waiter; `signalled()` tells whether a waiter may
+// pass, `consume()` what passing does to the object.
 struct KernelObject
 {
-    enum class Kind { Event, Mutex };
+    enum class Kind { Event, Mutex, Other };
 
     KernelObject(Kind k, HandleValue h) : kind(k), handle(h) {}
 
@@ -68,6 +70,7 @@ struct KernelObject
     bool abandoned = false;
     int handleCount = 1;
     std::string name;
+    std::unique_ptr<zmu_platform::HandleObject> other;
 };
 
 // The live objects by handle and by name, with the handle counts, under one lock. The tables
@@ -267,7 +270,7 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds)
 {
     // Closing a handle while another thread waits on it is not allowed, as on Windows.
     KernelObject* object = liveObject(handle);
-    if (object == nullptr) {
+    if (object == nullptr || object->kind == KernelObject::Kind::Other) {
         SetLastError(ERROR_INVALID_HANDLE);
         return WAIT_FAILED;
     }
@@ -296,4 +299,20 @@ BOOL CloseHandle(HANDLE handle)
     liveObjects().erase(object->handle);
     delete object;
     return TRUE;
+}
+
+HANDLE zmu_platform::openObjectHandle(std::unique_ptr<HandleObject> object)
+{
+    std::lock_guard<std::mutex> tableGuard(s_tableLock);
+    s_lastHandle += 4;
+    auto entry = std::make_unique<KernelObject>(KernelObject::Kind::Other, s_lastHandle);
+    entry->other = std::move(object);
+    liveObjects()[entry->handle] = entry.get();
+    return asHandle(entry.release());
+}
+
+zmu_platform::HandleObject* zmu_platform::objectBehindHandle(HANDLE handle)
+{
+    KernelObject* object = liveObject(handle);
+    return object == nullptr || object->kind != KernelObject::Kind::Other ? nullptr : object->other.get();
 }

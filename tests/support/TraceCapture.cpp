@@ -4,14 +4,14 @@
 
 TraceCapture::TraceCapture()
 {
-    // Held while installing, so that a line arriving at once waits until the previous listener is known.
-    std::lock_guard<std::mutex> guard(m_lock);
-    m_previous = SetDebugOutputListener(&TraceCapture::record, this, &m_previousContext);
+    // The previous context is written under the channel's own lock, before any line reaches record();
+    // the previous listener is published afterwards, so a line arriving in between is not passed on.
+    m_previous.store(SetDebugOutputListener(&TraceCapture::record, this, &m_previousContext));
 }
 
 TraceCapture::~TraceCapture()
 {
-    SetDebugOutputListener(m_previous, m_previousContext);
+    SetDebugOutputListener(m_previous.load(), m_previousContext);
 }
 
 void TraceCapture::record(const wchar_t* text, void* context)
@@ -20,16 +20,13 @@ void TraceCapture::record(const wchar_t* text, void* context)
     std::wstring line(text);
     while (!line.empty() && (line.back() == L'\n' || line.back() == L'\r'))
         line.pop_back();
-    DebugOutputListener previous = nullptr;
-    void* previousContext = nullptr;
     {
         std::lock_guard<std::mutex> guard(capture->m_lock);
         capture->m_lines.push_back(std::move(line));
-        previous = capture->m_previous;
-        previousContext = capture->m_previousContext;
     }
+    const DebugOutputListener previous = capture->m_previous.load();
     if (previous != nullptr)
-        previous(text, previousContext);
+        previous(text, capture->m_previousContext);
 }
 
 std::vector<std::wstring> TraceCapture::lines() const

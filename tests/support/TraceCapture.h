@@ -4,6 +4,7 @@
 
 #include "platform/DebugOutput.h"
 
+#include <atomic>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -28,6 +29,6 @@ private:
 
     mutable std::mutex m_lock;
     std::vector<std::wstring> m_lines;
-    DebugOutputListener m_previous = nullptr;
+    std::atomic<DebugOutputListener> m_previous{nullptr};
     void* m_previousContext = nullptr;
 };
