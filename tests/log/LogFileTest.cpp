@@ -9,7 +9,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QRegularExpression>
 #include <QString>
 #include <QTemporaryDir>
 #include <QTextStream>
@@ -466,19 +465,6 @@ TEST_F(ZarnDataLogFile, SeriesCountsOnAndNamesItsFirstFile)
     EXPECT_EQ(data->getResourceModule(), bootstrap);
     EXPECT_EQ(LogData::seriesOrigin(), first);
     EXPECT_STREQ(data->getFileLogName(), path("third.html").c_str());
-}
-
-TEST_F(ZarnDataLogFile, DefaultSuccessorSitsBesideThePresentFileWithAFreshTimeStamp)
-{
-    LogData data;
-    establish(data, path("app_2020-01-01_00-00-00-000.html"));
-    ASSERT_TRUE(data.reestablishLogFile(false)) << data.getSelfDX_Code();
-    const QString successor = QString::fromWCharArray(data.getFileLogName());
-    const QRegularExpression shape(QLatin1Char('^') + QRegularExpression::escape(dir.path())
-                                   + QStringLiteral("/app_\\d{4}-\\d\\d-\\d\\d_\\d\\d-\\d\\d-\\d\\d-\\d{3}\\.html$"));
-    EXPECT_TRUE(shape.match(successor).hasMatch()) << successor.toStdString();
-    EXPECT_FALSE(successor.contains(QStringLiteral("2020-01-01")));
-    EXPECT_TRUE(QFileInfo::exists(successor));
 }
 
 // Readers of the name on other threads see one whole name or another while the file is replaced.

@@ -242,10 +242,10 @@ TEST(LogForm, InjectorsAreLearnedOnlyWhenASectionAsksForThem)
         bool undefinedTraced;
     };
     const Row rows[] = {
-        {"head uses it", preamble + "1\n^HEAD\n[SYS_INFO_ENV_OP]\n" + kGoodBody + kGoodTail, kAllSections, {22},
+        {"head uses it", preamble + "0\n^HEAD\n[SYS_INFO_ENV_OP]\n" + kGoodBody + kGoodTail, kAllSections, {22},
          false},
-        {"tail uses it", preamble + "^HEAD\nh\n" + kGoodBody + "^TAIL\n[SYS_INFO_VARS_ENV]\n", kAllSections, {22},
-         false},
+        {"tail uses it", preamble + "0\n^HEAD\nh\n" + kGoodBody + "^TAIL\n[SYS_INFO_VARS_ENV]\n", kAllSections,
+         {22}, false},
         {"only the head uses it, head not asked", preamble + "^HEAD\n[SYS_INFO_ENV_APP]\n" + kGoodBody,
          SECTION_BODY, {}, false},
         {"block without a user", preamble + "1\n^HEAD\nh\n" + kGoodBody + kGoodTail, kAllSections, {}, false},

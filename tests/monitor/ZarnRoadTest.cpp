@@ -476,12 +476,15 @@ TEST_F(ZarnRoadThreadsConcurrency, ThreadsSeeOnlyTheirOwnSituations)
             ++mismatches;
         return 1;
     });
+    // The module is set once: a module passed with each call is swapped in and back without the
+    // lock, so threads sharing a monitor would undo each other's swap.
+    monitor->setResourceModule(m_specs);
     std::vector<std::thread> threads;
     std::atomic<int> failures{0};
     for (int thread = 0; thread < kThreads; ++thread) {
         threads.emplace_back([&, thread] {
             for (int situation = 0; situation < kSituations; ++situation) {
-                monitor->respondToSituation(3001, m_specs, thread, static_cast<unsigned int>(situation), L"thread");
+                monitor->respondToSituation(3001, nullptr, thread, static_cast<unsigned int>(situation), L"thread");
                 if (monitor->getSelfDX_Code() != 0)
                     ++failures;
             }
