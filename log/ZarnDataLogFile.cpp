@@ -3,13 +3,10 @@
 
 #include "monitor/Zarn.h"
 #include "monitor/ZarnDataForThread.h"
+#include "owner/ZarnDataZGW.h"
 #include "platform/CRuntime.h"
 
-#include <QDateTime>
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
-#include <QRegularExpression>
 #include <QString>
 #include <QTextStream>
 
@@ -344,20 +341,11 @@ bool ZarnData::learnSuccessorLogFileName(wchar_t* buffer, size_t size)
     if (buffer == nullptr || size == 0)
         return false;
     std::wmemset(buffer, 0, size);
-    const wchar_t* const present = m_fileLog.m_logName;
-    if (present == nullptr || present[0] == L'\0')
-        return true; // nothing to compose from: an empty path
-    const QFileInfo info(QString::fromWCharArray(present));
-    QString stem = info.completeBaseName();
-    // A successor of a successor gets a fresh time stamp, not a second one.
-    static const QRegularExpression stamp(QStringLiteral("_\\d{4}-\\d{2}-\\d{2}_\\d{2}-\\d{2}-\\d{2}-\\d{3}$"));
-    stem.remove(stamp);
-    const QString path = QDir::toNativeSeparators(
-        info.path() + QLatin1Char('/') + stem + QLatin1Char('_')
-        + QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd_HH-mm-ss-zzz")) + QStringLiteral(".html"));
-    // A path too long for the buffer comes back empty.
-    if (static_cast<size_t>(path.size()) < size)
-        path.toWCharArray(buffer);
+    // A temporary owner object composes the name as the first file's was composed, from the log
+    // directory and the present time. It has owner 0, so a successor never bears a user's name.
+    // An int that its constructor throws goes to the caller's trace.
+    ZarnDataZGW successor(0, true, m_selfResourceModule, m_resModuleBootstrap, m_fileLog.m_logKind);
+    successor.getLogFileFQPath(buffer, size);
     return true;
 }
 

@@ -10,6 +10,7 @@
 #include "platform/Environment.h"
 #include "platform/LastError.h"
 #include "platform/MessageBox.h"
+#include "platform/ModuleAttachment.h"
 #include "platform/Modules.h"
 #include "platform/Threads.h"
 
@@ -591,6 +592,7 @@ ZarnDataForThread* ZarnData::obtainDataForCurrentThread(bool create) const
         }
         if (!inserted)
             throw 272;
+        NoteThreadNeedsDetach(); // the thread's end removes its engine from every monitor
     } catch (...) {
         keepFirstDxCode(std::current_exception(), 273);
     }

@@ -114,7 +114,8 @@ protected:
     // Makes the engine of a thread that asks for the first time; a subclass may supply its own kind.
     virtual ZarnDataForThread* newDataForThread() const;
     // Composes the full path of the file that replaces the present log, into `buffer` of `size`
-    // characters: false if nothing could be composed, an empty buffer if no path came of it.
+    // characters, through a temporary ZarnDataZGW (an int it throws leaves this call): false if
+    // nothing could be composed, an empty buffer if no path came of it. Tests replace it.
     virtual bool learnSuccessorLogFileName(wchar_t* buffer, size_t size);
 
 public:
@@ -355,4 +356,5 @@ protected:
 
 private:
     friend class ZarnDataForThread;
+    friend class ZarnDataZGW; // gives a fresh data set its own module through learnSelfResourceModule
 };

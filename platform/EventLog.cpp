@@ -73,11 +73,13 @@ struct EventSource
     EventMessageTable table;
 };
 
-// The open sources; a handle is the address of its record. Never destroyed, so that a report at
-// the process's end still finds its table.
+// The open sources by handle. A handle is a number that is never given out twice, so a source that
+// was deregistered stays refused even when a new one is registered. Never destroyed, so that a report
+// at the process's end still finds its table.
 struct EventSources
 {
     std::mutex lock;
+    std::uintptr_t lastHandle = 0;
     std::unordered_map<HANDLE, std::unique_ptr<EventSource>> byHandle;
 };
 
@@ -93,9 +95,10 @@ HANDLE registerEventSource(std::string identifier)
 {
     try {
         auto source = std::make_unique<EventSource>(EventSource{std::move(identifier), g_messageTable.load()});
-        const HANDLE handle = source.get();
         EventSources& sources = eventSources();
         std::lock_guard<std::mutex> guard(sources.lock);
+        sources.lastHandle += 4;
+        const HANDLE handle = reinterpret_cast<HANDLE>(sources.lastHandle);
         sources.byHandle.emplace(handle, std::move(source));
         return handle;
     } catch (const std::bad_alloc&) {

@@ -294,6 +294,11 @@ TEST_F(ZarnReports, LogAtItsLimitIsReplacedAtOnceAfterTheEntry)
             / ("zmu_reports_" + std::to_string(GetCurrentProcessId()) + "_" + std::to_string(++series));
         std::filesystem::create_directories(directory);
         std::wstring logName = (directory / "entries.html").wstring();
+        // A successor is named in the log directory of the process: this one, for the row.
+        const std::wstring logDirectory = ZarnData::getLogDirectory();
+        ZarnData::setLogVariables((directory.wstring() + L"/").c_str(), ZarnData::getLogOutputLevel(),
+                                  ZarnData::getLogBackupEnabled(), ZarnData::getLogMaxFileSize(),
+                                  ZarnData::getLogMaxFileAge());
         {
             ReportData data(0, script);
             data.setCharSetExternal(2);
@@ -324,6 +329,9 @@ TEST_F(ZarnReports, LogAtItsLimitIsReplacedAtOnceAfterTheEntry)
                 EXPECT_EQ(data.getSelfDX_Code(), 0) << "the replacement's own code is not left on the data set";
             }
         }
+        ZarnData::setLogVariables(logDirectory.c_str(), ZarnData::getLogOutputLevel(),
+                                  ZarnData::getLogBackupEnabled(), ZarnData::getLogMaxFileSize(),
+                                  ZarnData::getLogMaxFileAge());
         std::error_code ignored;
         std::filesystem::remove_all(directory, ignored);
     }

@@ -329,6 +329,14 @@ TEST(Zarn, ReestablishLogFileKeepsTheFirstCodeAndTracesIt)
         {"not running natively", 9, 0, 141},
         {"the data set's code stands", 0, 7, 7},
     };
+    // The clean row replaces the log for real, in the process's log directory: the tests' own here.
+    const std::wstring previous = ZarnData::getLogDirectory();
+    const std::wstring sibling = testLogPath(L"successor");
+    const auto recordLogDirectory = [](const std::wstring& directory) {
+        ZarnData::setLogVariables(directory.c_str(), ZarnData::getLogOutputLevel(), ZarnData::getLogBackupEnabled(),
+                                  ZarnData::getLogMaxFileSize(), ZarnData::getLogMaxFileAge());
+    };
+    recordLogDirectory(sibling.substr(0, sibling.rfind(L'/') + 1));
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         ProbeZarn monitor(makeDataSet(row.instantiatorID).release());
@@ -342,6 +350,7 @@ TEST(Zarn, ReestablishLogFileKeepsTheFirstCodeAndTracesIt)
         monitor.forgetSelfDX_Code();
         EXPECT_EQ(monitor.getSelfDX_Code(), 0);
     }
+    recordLogDirectory(previous);
 }
 
 TEST(Zarn, BothRespondFormsHandOverArgumentsAndModuleAndDifferInTheirResult)
