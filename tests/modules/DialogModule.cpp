@@ -2,7 +2,7 @@
 // and a response spec whose plug-in 0 shows the situation in the status window.
 #include "platform/Windows.h"
 
-#include <cwchar>
+#include "StringRows.h"
 
 namespace {
 
@@ -11,13 +11,7 @@ const ZRDialogTemplate kStatusDialog = {WS_POPUP | WS_CAPTION, 440, 76, L"Status
 const ZRDialogTemplate kShownDialog = {WS_POPUP | WS_CAPTION | WS_VISIBLE, 240, 60, nullptr, 1001, SS_CENTER,
                                        8, 8, 224, 44};
 
-struct Row
-{
-    unsigned int id;
-    const wchar_t* text;
-};
-
-const Row kRows[] = {
+const StringRow kRows[] = {
     {100, L"Reading the session profile"},
     {101, L""},
     // Kind 2 with a wide-string argument from the cursor, no display text, plug-in 0.
@@ -40,17 +34,5 @@ extern "C" __attribute__((visibility("default"))) const ZRDialogTemplate* ZRDial
 
 extern "C" __attribute__((visibility("default"))) int ZRLoadStringW(unsigned int id, wchar_t* buffer, int bufferMax)
 {
-    for (const Row& row : kRows) {
-        if (row.id != id)
-            continue;
-        if (buffer == nullptr || bufferMax < 1)
-            return 0;
-        int count = static_cast<int>(std::wcslen(row.text));
-        if (count >= bufferMax)
-            count = bufferMax - 1;
-        std::wmemcpy(buffer, row.text, static_cast<size_t>(count));
-        buffer[count] = L'\0';
-        return count;
-    }
-    return 0;
+    return serveStringRow(kRows, id, buffer, bufferMax);
 }

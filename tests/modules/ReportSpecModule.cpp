@@ -3,16 +3,10 @@
 //
 // Every message text has an explicit line width of 0 (the text as it stands) or 255 (only hard
 // breaks), so that what a test expects does not depend on wrapping.
-#include <cwchar>
+#include "StringRows.h"
 
 namespace {
-struct Row
-{
-    unsigned int id;
-    const wchar_t* text;
-};
-
-const Row kRows[] = {
+const StringRow kRows[] = {
     // Situation 0 exists here only so that the proxy road, and not the string load, refuses it.
     {0, L"1~0~2~s||0``Situation zero %1!s!"},
     // Cursor arguments of all three letters; a dialog spec of three numbers.
@@ -43,17 +37,5 @@ const Row kRows[] = {
 
 extern "C" __attribute__((visibility("default"))) int ZRLoadStringW(unsigned int id, wchar_t* buffer, int bufferMax)
 {
-    for (const Row& row : kRows) {
-        if (row.id != id)
-            continue;
-        if (buffer == nullptr || bufferMax < 1)
-            return 0;
-        int count = static_cast<int>(std::wcslen(row.text));
-        if (count >= bufferMax)
-            count = bufferMax - 1;
-        std::wmemcpy(buffer, row.text, static_cast<size_t>(count));
-        buffer[count] = L'\0';
-        return count;
-    }
-    return 0;
+    return serveStringRow(kRows, id, buffer, bufferMax);
 }

@@ -1,13 +1,8 @@
 // A resource module for tests: serves a few strings through the exported string loader.
-#include <cwchar>
+#include "StringRows.h"
 
 namespace {
-struct Row
-{
-    unsigned int id;
-    const wchar_t* text;
-};
-const Row kRows[] = {
+const StringRow kRows[] = {
     {1, L"one"},
     {2, L""},
     {7, L"seven: a longer text for truncation"},
@@ -17,19 +12,7 @@ const Row kRows[] = {
 
 extern "C" __attribute__((visibility("default"))) int ZRLoadStringW(unsigned int id, wchar_t* buffer, int bufferMax)
 {
-    for (const Row& row : kRows) {
-        if (row.id != id)
-            continue;
-        if (buffer == nullptr || bufferMax < 1)
-            return 0;
-        int count = static_cast<int>(std::wcslen(row.text));
-        if (count >= bufferMax)
-            count = bufferMax - 1;
-        std::wmemcpy(buffer, row.text, static_cast<size_t>(count));
-        buffer[count] = L'\0';
-        return count;
-    }
-    return 0;
+    return serveStringRow(kRows, id, buffer, bufferMax);
 }
 
 extern "C" __attribute__((visibility("default"))) int zmuTestModuleMarker()
