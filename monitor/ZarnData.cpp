@@ -18,6 +18,7 @@
 #include <cstring>
 #include <cwchar>
 #include <new>
+#include <utility>
 
 HMODULE ZarnData::m_resModuleBootstrap = nullptr;
 unsigned int ZarnData::s_logOutputLevel = 1;
@@ -209,44 +210,32 @@ unsigned long ZarnData::sizeMapOfDataForThreads(unsigned long size)
 
 ZarnDisplayDlgBoxFunction ZarnData::setDisplayDlgBoxFunction(ZarnDisplayDlgBoxFunction function)
 {
-    const ZarnDisplayDlgBoxFunction previous = m_displayDlgBoxFunction;
-    m_displayDlgBoxFunction = function;
-    return previous;
+    return std::exchange(m_displayDlgBoxFunction, function);
 }
 
 HWND ZarnData::setDisplayDlgBoxParent(HWND parent)
 {
-    const HWND previous = m_displayDlgBoxParent;
-    m_displayDlgBoxParent = parent;
-    return previous;
+    return std::exchange(m_displayDlgBoxParent, parent);
 }
 
 i64 ZarnData::setNonnativeInstantiatorID(i64 id)
 {
-    const i64 previous = m_nonnativeInstantiatorID;
-    m_nonnativeInstantiatorID = id;
-    return previous;
+    return std::exchange(m_nonnativeInstantiatorID, id);
 }
 
 Zarn* ZarnData::setOwner(Zarn* owner)
 {
-    Zarn* const previous = m_owner;
-    m_owner = owner;
-    return previous;
+    return std::exchange(m_owner, owner);
 }
 
 int ZarnData::setSelfDX_Code(int code)
 {
-    const int previous = m_selfDX_Code;
-    m_selfDX_Code = code;
-    return previous;
+    return std::exchange(m_selfDX_Code, code);
 }
 
 HMODULE ZarnData::setSelfResourceModule(HMODULE module)
 {
-    const HMODULE previous = m_selfResourceModule;
-    m_selfResourceModule = module;
-    return previous;
+    return std::exchange(m_selfResourceModule, module);
 }
 
 // ---------------------------------------------------------------------------------------------
