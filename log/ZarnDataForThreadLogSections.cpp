@@ -5,6 +5,7 @@
 // the file is a whole document between two situations.
 #include "monitor/ZarnDataForThread.h"
 
+#include "foundation/free_Array.h"
 #include "log/ZarnDataFile.h"
 #include "monitor/Zarn.h"
 #include "monitor/ZarnData.h"
@@ -107,8 +108,7 @@ wchar_t* obtainInjectedText(QTextStream* stream)
         std::memset(copy, 0, length + 2);
         copy[text.toWCharArray(copy)] = L'\0';
     } catch (...) {
-        delete[] copy;
-        copy = nullptr;
+        free_Array(copy);
     }
     return copy;
 }
@@ -263,8 +263,7 @@ bool ZarnDataForThread::logFormSection(wchar_t* const format, int varCount, Zarn
                     injectorArg[injector] = -1;
                     // A variable used twice still points at the text; it is freed with the others then.
                     if (!isTextInValues(injectorText[injector], values, varCount)) {
-                        delete[] injectorText[injector];
-                        injectorText[injector] = nullptr;
+                        free_Array(injectorText[injector]);
                     }
                     --injectorsOutstanding;
                     size = kAllocatedSize_Start;

@@ -1,6 +1,7 @@
 // Form variables: the name table, and compiling a section's bracketed names into inserts.
 #include "monitor/ZarnData.h"
 
+#include "foundation/free_Array.h"
 #include "log/loadStringCopy.h"
 #include "platform/CRuntime.h"
 
@@ -70,8 +71,7 @@ bool ZarnData::learnLogFileFormVarNames()
         if (file.m_varNames != nullptr) { // not freed beforehand: never leak the old table
             for (int index = 0; index < file.m_varNamesQty; ++index)
                 delete[] file.m_varNames[index];
-            delete[] file.m_varNames;
-            file.m_varNames = nullptr;
+            free_Array(file.m_varNames);
         }
         file.m_varNames = new wchar_t*[static_cast<size_t>(file.m_varNamesQty)]();
         for (int index = 0; index < file.m_varNamesQty; ++index) {
@@ -86,8 +86,7 @@ bool ZarnData::learnLogFileFormVarNames()
         if (file.m_varNames != nullptr) {
             for (int index = 0; index < file.m_varNamesQty; ++index)
                 delete[] file.m_varNames[index];
-            delete[] file.m_varNames;
-            file.m_varNames = nullptr;
+            free_Array(file.m_varNames);
         }
     }
     ZarnScratchpad::clearIfNotEmpty(m_scratchpad.m_scratchA, sizeof m_scratchpad.m_scratchA);

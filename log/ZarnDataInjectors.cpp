@@ -7,6 +7,7 @@
 //   a prefix line and a suffix line.
 #include "monitor/ZarnData.h"
 
+#include "foundation/free_Array.h"
 #include "monitor/Zarn.h"
 #include "platform/WinTypes.h"
 #include "sysinfo/ZarnSysInfoEnvApp.h"
@@ -284,8 +285,7 @@ bool ZarnData::learnLogFileFormInjectors(long injectorStart)
     if (!isSelfSatisfied() && arraysMade) {
         for (int index = 0; index < ZarnDataFile::kInjectorsQty; ++index)
             eliminateLogFileFormInjector(index);
-        delete[] file.m_injectorStreams;
-        file.m_injectorStreams = nullptr;
+        free_Array(file.m_injectorStreams);
         delete[] file.m_injectorFiles; // removes the temporary files from the disk
         file.m_injectorFiles = nullptr;
     }

@@ -1,6 +1,7 @@
 // The log file of a data set: opening, closing, establishing and replacing it, and its byte limit.
 #include "monitor/ZarnData.h"
 
+#include "foundation/free_Array.h"
 #include "monitor/Zarn.h"
 #include "monitor/ZarnDataForThread.h"
 #include "owner/ZarnDataZGW.h"
@@ -262,8 +263,7 @@ bool ZarnData::reestablishLogFile(wchar_t* logName, wchar_t* formName, Zarn_LOG 
         const bool formChanged =
             storedForm != givenForm || (storedForm && givenForm && !equalsIgnoringCase(m_fileLog.m_formName, formName));
         if (formChanged) {
-            delete[] m_fileLog.m_formName;
-            m_fileLog.m_formName = nullptr;
+            free_Array(m_fileLog.m_formName);
             if (givenForm && !duplicate_String(&m_fileLog.m_formName, formName, false))
                 forgetSelfDX_Code();
         }

@@ -1,6 +1,7 @@
 // The form of a data set's log: finding it, cutting it into sections, the built-in form.
 #include "monitor/ZarnData.h"
 
+#include "foundation/free_Array.h"
 #include "log/loadStringCopy.h"
 #include "monitor/Zarn.h"
 #include "platform/CRuntime.h"
@@ -481,24 +482,15 @@ bool ZarnData::supplantLogFileFormFromResDLL(unsigned long mask)
 void ZarnData::freeLogFileFormDataForSections()
 {
     ZarnDataFile& file = m_fileLog;
-    delete[] file.m_bodyFormat;
-    file.m_bodyFormat = nullptr;
-    delete[] file.m_bodyVars;
-    file.m_bodyVars = nullptr;
-    delete[] file.m_bodyValues;
-    file.m_bodyValues = nullptr;
-    delete[] file.m_headVars;
-    file.m_headVars = nullptr;
-    delete[] file.m_headValues;
-    file.m_headValues = nullptr;
-    delete[] file.m_headFormat;
-    file.m_headFormat = nullptr;
-    delete[] file.m_tailVars;
-    file.m_tailVars = nullptr;
-    delete[] file.m_tailValues;
-    file.m_tailValues = nullptr;
-    delete[] file.m_tailFormat;
-    file.m_tailFormat = nullptr;
+    free_Array(file.m_bodyFormat);
+    free_Array(file.m_bodyVars);
+    free_Array(file.m_bodyValues);
+    free_Array(file.m_headVars);
+    free_Array(file.m_headValues);
+    free_Array(file.m_headFormat);
+    free_Array(file.m_tailVars);
+    free_Array(file.m_tailValues);
+    free_Array(file.m_tailFormat);
     file.m_formIsBuiltIn = false;
     file.m_headHasEntryId = false;
     file.m_tailHasEntryId = false;
@@ -515,16 +507,14 @@ void ZarnData::freeLogFileFormData()
         // A stream goes before the file it reads.
         for (int index = 0; index < ZarnDataFile::kInjectorsQty; ++index)
             delete file.m_injectorStreams[index];
-        delete[] file.m_injectorStreams;
-        file.m_injectorStreams = nullptr;
+        free_Array(file.m_injectorStreams);
     }
     delete[] file.m_injectorFiles; // removes the temporary files from the disk
     file.m_injectorFiles = nullptr;
     if (file.m_varNames != nullptr) {
         for (int index = 0; index < file.m_varNamesQty; ++index)
             delete[] file.m_varNames[index];
-        delete[] file.m_varNames;
-        file.m_varNames = nullptr;
+        free_Array(file.m_varNames);
     }
     file.m_varNamesQty = Zarn_FORM_VAR_Qty;
     freeLogFileFormDataForSections();
@@ -535,12 +525,9 @@ void ZarnData::freeLogFileFormSectionHeadData()
     ZarnDataFile& file = m_fileLog;
     file.m_headVarCount = 0;
     file.m_headHasEntryId = false;
-    delete[] file.m_headVars;
-    file.m_headVars = nullptr;
-    delete[] file.m_headValues;
-    file.m_headValues = nullptr;
-    delete[] file.m_headFormat;
-    file.m_headFormat = nullptr;
+    free_Array(file.m_headVars);
+    free_Array(file.m_headValues);
+    free_Array(file.m_headFormat);
     if (file.m_injectorStreams == nullptr)
         return;
     // An injector is kept only while the body or the tail still shows its text.
@@ -556,9 +543,7 @@ void ZarnData::freeLogFileFormSectionHeadData()
             anyRemains = true;
     }
     if (!anyRemains) {
-        delete[] file.m_injectorStreams;
-        file.m_injectorStreams = nullptr;
-        delete[] file.m_injectorFiles;
-        file.m_injectorFiles = nullptr;
+        free_Array(file.m_injectorStreams);
+        free_Array(file.m_injectorFiles);
     }
 }

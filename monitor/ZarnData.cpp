@@ -1,5 +1,6 @@
 #include "monitor/ZarnData.h"
 
+#include "foundation/free_Array.h"
 #include "foundation/CriticalSection.h"
 #include "foundation/DxCode.h"
 #include "foundation/TObjectMap.h"
@@ -458,23 +459,18 @@ bool ZarnData::free_Resources()
 bool ZarnData::free_Memory()
 {
     bool freed = true;
-    delete[] m_displayDlgBoxCaption;
-    m_displayDlgBoxCaption = nullptr;
+    free_Array(m_displayDlgBoxCaption);
 
-    delete[] m_plugIns;
-    m_plugIns = nullptr;
+    free_Array(m_plugIns);
     m_plugInsQty = 0;
 
     for (wchar_t*& tag : m_tags) {
-        delete[] tag;
-        tag = nullptr;
+        free_Array(tag);
     }
 
     freeLogFileFormData();
-    delete[] m_fileLog.m_formName;
-    m_fileLog.m_formName = nullptr;
-    delete[] m_fileLog.m_logName;
-    m_fileLog.m_logName = nullptr;
+    free_Array(m_fileLog.m_formName);
+    free_Array(m_fileLog.m_logName);
 
     if (m_mapOfDataForThreads != nullptr) {
         try {
@@ -979,8 +975,7 @@ ZarnPlugIn* ZarnData::createPlugIns(int qty)
         if (m_plugIns != nullptr && m_plugInsQty > 0)
             return m_plugIns;
         m_plugInsQty = 0;
-        delete[] m_plugIns;
-        m_plugIns = nullptr;
+        free_Array(m_plugIns);
         if (qty < 1)
             return nullptr;
         m_plugInsQty = qty;

@@ -1,5 +1,6 @@
 #include "monitor/ZarnDataForThread.h"
 
+#include "foundation/free_Array.h"
 #include "foundation/DxCode.h"
 #include "foundation/UTL_String.h"
 #include "monitor/ZarnBehaviorCriteria.h"
@@ -140,26 +141,20 @@ bool ZarnDataForThread::initialize(ZarnData* const dataSet)
 
 void ZarnDataForThread::free_Memory()
 {
-    delete[] m_argsInt;
-    m_argsInt = nullptr;
+    free_Array(m_argsInt);
     m_argsIntCount = 0;
-    delete[] m_argsStrA;
-    m_argsStrA = nullptr;
-    delete[] m_argsStrW;
-    m_argsStrW = nullptr;
+    free_Array(m_argsStrA);
+    free_Array(m_argsStrW);
     m_argsStrCount = 0;
-    delete[] m_argsUInt;
-    m_argsUInt = nullptr;
+    free_Array(m_argsUInt);
     m_argsUIntCount = 0;
     if (m_logHyperlink != nullptr) {
         m_logHyperlink->clear();
         delete m_logHyperlink;
         m_logHyperlink = nullptr;
     }
-    delete[] m_descriptionFillers;
-    m_descriptionFillers = nullptr;
-    delete[] m_plugInsIndirectIndices;
-    m_plugInsIndirectIndices = nullptr;
+    free_Array(m_descriptionFillers);
+    free_Array(m_plugInsIndirectIndices);
     m_plugInsIndirectQty = 0;
 }
 
@@ -179,8 +174,7 @@ int* ZarnDataForThread::createArgsInt()
         forgetArgsInt();
         return m_argsInt;
     }
-    delete[] m_argsInt;
-    m_argsInt = nullptr;
+    free_Array(m_argsInt);
     m_argsIntCount = 0;
     if (qty >= 1) {
         m_argsInt = allocateSlots<int>(qty);
@@ -198,8 +192,7 @@ unsigned int* ZarnDataForThread::createArgsUInt()
         forgetArgsUInt();
         return m_argsUInt;
     }
-    delete[] m_argsUInt;
-    m_argsUInt = nullptr;
+    free_Array(m_argsUInt);
     m_argsUIntCount = 0;
     if (qty >= 1) {
         m_argsUInt = allocateSlots<unsigned int>(qty);
@@ -218,8 +211,7 @@ const char** ZarnDataForThread::createArgsStrA()
         forgetArgsStrA();
         return m_argsStrA;
     }
-    delete[] m_argsStrA;
-    m_argsStrA = nullptr;
+    free_Array(m_argsStrA);
     m_argsStrCount = 0;
     if (qty >= 1) {
         m_argsStrA = allocateSlots<const char*>(qty);
@@ -237,8 +229,7 @@ const wchar_t** ZarnDataForThread::createArgsStrW()
         forgetArgsStrW();
         return m_argsStrW;
     }
-    delete[] m_argsStrW;
-    m_argsStrW = nullptr;
+    free_Array(m_argsStrW);
     m_argsStrCount = 0;
     if (qty >= 1) {
         m_argsStrW = allocateSlots<const wchar_t*>(qty);
@@ -271,8 +262,7 @@ u64* ZarnDataForThread::createDescriptionFillers()
         forgetDescriptionFillers();
         return m_descriptionFillers;
     }
-    delete[] m_descriptionFillers;
-    m_descriptionFillers = nullptr;
+    free_Array(m_descriptionFillers);
     if (qty >= kDescriptionFillersQty_Min && qty <= kDescriptionFillersQty_Max) {
         m_descriptionFillers = allocateSlots<u64>(qty);
         forgetDescriptionFillers();
@@ -289,8 +279,7 @@ int* ZarnDataForThread::createPlugInsIndirectIndices()
         forgetPlugInsIndirectIndices();
         return m_plugInsIndirectIndices;
     }
-    delete[] m_plugInsIndirectIndices;
-    m_plugInsIndirectIndices = nullptr;
+    free_Array(m_plugInsIndirectIndices);
     m_plugInsIndirectQty = 0;
     if (qty >= 1) {
         m_plugInsIndirectIndices = allocateSlots<int>(qty);

@@ -2,6 +2,7 @@
 // the branded ones.
 #include "owner/ZarnDataZGW.h"
 
+#include "foundation/free_Array.h"
 #include "foundation/UTL_String.h"
 #include "localize/ZarnLocalizeHelpers.h"
 #include "monitor/Zarn.h"
@@ -264,8 +265,7 @@ void ZarnDataZGW::freeLogTagValues(UTL_String*& values, int& quantity)
     if (values != nullptr) {
         for (int tag = 0; tag < quantity; ++tag)
             values[tag].clear();
-        delete[] values;
-        values = nullptr;
+        free_Array(values);
     }
     quantity = 0;
 }
