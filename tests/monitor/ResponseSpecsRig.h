@@ -2,10 +2,7 @@
 // set for it, and the test module that serves one settable spec.
 #pragma once
 
-#include "foundation/UTL_String.h"
-#include "monitor/ZarnData.h"
-#include "monitor/ZarnDataForThread.h"
-#include "platform/Modules.h"
+#include "MonitorRig.h"
 
 #include <gtest/gtest.h>
 
@@ -20,18 +17,11 @@ constexpr int kSituation = 4242;
 constexpr int kArgsQty = 3;
 constexpr int kPlugInsQty = 4;
 
-// Opens the engine's protected parts. The two forgetters can be made to throw a few times, which
-// is how a stage meets an exception that is not a code.
-class SpecEngine : public ZarnDataForThread
+// The two forgetters can be made to throw a few times, which is how a stage meets an exception that
+// is not a code.
+class SpecEngine : public monitor_test::OpenEngine
 {
 public:
-    using ZarnDataForThread::m_argSource, ZarnDataForThread::m_dataSet, ZarnDataForThread::m_descriptionForDisplay,
-        ZarnDataForThread::m_descriptionForLogFile, ZarnDataForThread::m_plugInsIndirectIndices,
-        ZarnDataForThread::m_plugInsIndirectQty, ZarnDataForThread::m_responseSpecHeader,
-        ZarnDataForThread::m_scratchpad, ZarnDataForThread::m_situationApprovalKind,
-        ZarnDataForThread::m_situationResponseTraits, ZarnDataForThread::m_specStrictness,
-        ZarnDataForThread::m_tokenSeparator;
-
     void forgetDescriptionFillers() override
     {
         if (fillersForgetThrows > 0) {
@@ -59,17 +49,14 @@ struct SpecRig
 {
     explicit SpecRig(int charSet = 2, bool withPlugIns = true)
     {
-        dataSet.setCharSetExternal(charSet);
-        dataSet.setArgsIntQty(kArgsQty);
-        dataSet.setArgsStrQty(kArgsQty);
-        dataSet.setArgsUIntQty(kArgsQty);
+        dataSet.configure(charSet, kArgsQty);
         if (withPlugIns)
             dataSet.createPlugIns(kPlugInsQty);
         EXPECT_TRUE(engine.initialize(&dataSet)) << engine.getSelfDX_Code();
         engine.recordSituationID(kSituation);
     }
 
-    ZarnData dataSet;
+    monitor_test::OpenData dataSet;
     SpecEngine engine;
 };
 
@@ -77,7 +64,7 @@ struct SpecRig
 class SpecModule
 {
 public:
-    SpecModule() : m_module(LoadLibraryW(UTL_String(ZMU_TEST_MODULE_DIR "/libzmu_test_spec_parser.so").wideText()))
+    SpecModule() : m_module(monitor_test::loadTestModule("libzmu_test_spec_parser.so"))
     {
         EXPECT_NE(m_module, nullptr);
         m_serve = reinterpret_cast<Serve>(GetProcAddress(m_module, "zmuSpecParserServe"));

@@ -71,11 +71,7 @@ TEST(ZarnArgCursor, EmptyCursorsReadZerosAndMoveNothing)
     ZarnArgCursor forgotten(&position);
     forgotten.forget();
 
-    struct Row
-    {
-        const char* name;
-        ZarnArgCursor cursor;
-    };
+    struct Row { const char* name; ZarnArgCursor cursor; };
     Row rows[] = {
         {"default", ZarnArgCursor()},
         {"null argV", ZarnArgCursor(static_cast<char**>(nullptr))},

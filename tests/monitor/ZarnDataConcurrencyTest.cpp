@@ -1,8 +1,8 @@
 // Threads that meet in one data set: engines made and removed at once, and the shared scratchpad.
 #include "monitor/ZarnData.h"
 
+#include "MonitorRig.h"
 #include "foundation/UTL_String.h"
-#include "monitor/ZarnDataForThread.h"
 
 #include <gtest/gtest.h>
 
@@ -11,15 +11,11 @@
 #include <thread>
 #include <vector>
 
+using monitor_test::OpenData;
+
 namespace {
 
 constexpr int kThreads = 8;
-
-class ProbeData : public ZarnData
-{
-public:
-    using ZarnData::findDataForCurrentThread;
-};
 
 // Holds every thread until all have started, so that their first requests come together.
 class StartLine
@@ -43,7 +39,7 @@ private:
 // takes the engine away again with removeThread.
 TEST(ZarnDataConcurrency, ThreadsObtainAndRemoveTheirOwnEnginesAtOnce)
 {
-    ProbeData data;
+    OpenData data;
     ASSERT_TRUE(data.initialize());
     ZarnDataForThread* const mainEngine = data.findDataForCurrentThread();
 

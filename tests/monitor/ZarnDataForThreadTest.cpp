@@ -1,216 +1,79 @@
 #include "monitor/ZarnDataForThread.h"
 
-#include "foundation/CriticalSection.h"
+#include "MonitorRig.h"
 #include "foundation/UTL_String.h"
 #include "monitor/ZarnBehaviorCriteria.h"
-#include "monitor/ZarnData.h"
+#include "support/TestLogPath.h"
 
 #include <gtest/gtest.h>
 
-#include "support/TestLogPath.h"
-
+#include <algorithm>
 #include <atomic>
-#include <cwchar>
-#include <functional>
-#include <map>
-#include <stdexcept>
-#include <string>
 #include <thread>
-#include <vector>
+
+using namespace monitor_test;
 
 namespace {
 
-// Opens the engine's protected parts to the tests.
-struct Probe : ZarnDataForThread
-{
-    using ZarnDataForThread::createArgsInt, ZarnDataForThread::createArgsStr, ZarnDataForThread::createArgsStrA,
-        ZarnDataForThread::createArgsStrW;
-    using ZarnDataForThread::m_argSource, ZarnDataForThread::m_argsIntCount, ZarnDataForThread::m_argsStrA,
-        ZarnDataForThread::m_argsStrW, ZarnDataForThread::m_descriptionDisplayIsDupe,
-        ZarnDataForThread::m_descriptionDisplayLineWd, ZarnDataForThread::m_descriptionForDisplay,
-        ZarnDataForThread::m_descriptionForLogFile, ZarnDataForThread::m_descriptionLogFileLineWd,
-        ZarnDataForThread::m_displayDlgBoxResult, ZarnDataForThread::m_displayDlgBoxSpecA,
-        ZarnDataForThread::m_displayDlgBoxSpecB, ZarnDataForThread::m_displayDlgBoxType,
-        ZarnDataForThread::m_plugInsIndirectIndices, ZarnDataForThread::m_plugInsIndirectQty,
-        ZarnDataForThread::m_responseSpecHeader, ZarnDataForThread::m_scratchpad,
-        ZarnDataForThread::m_situationApprovalKind, ZarnDataForThread::m_situationResponseTraits;
-};
-
-// A data set whose fixed settings a test may change.
-struct TunedDataSet : ZarnData
-{
-    TunedDataSet(int charSet, int qty)
-    {
-        if (charSet >= 0)
-            setCharSetExternal(charSet);
-        setArgsIntQty(qty);
-        setArgsStrQty(qty);
-        setArgsUIntQty(qty);
-    }
-    using ZarnData::m_descriptionDisplayLineWd, ZarnData::m_descriptionFillersQty, ZarnData::m_descriptionLogFileLineWd;
-};
-
-// What the stages of a StageEngine do: record their names, fail with a code, or raise a non-int.
-struct Script
-{
-    std::vector<std::string> calls;
-    std::map<std::string, int> failures;
-    std::string throwing;
-    bool refuseLock = false;
-    bool refuseLeave = false;
-    int namedPlugIns = 0;
-    bool lockHeldWhileReporting = false;
-    CriticalSection* section = nullptr;
-};
-
-// A stage that records its call and then fails as scripted, or does what the engine does.
-#define ZARN_RECORDED_STAGE(name) \
-    bool name() override { return stage(#name, [&] { return Base::name(); }); }
-
-class StageEngine : public ZarnDataForThread
-{
-public:
-    explicit StageEngine(Script& script) : m_script(script) {}
-
-    ZARN_RECORDED_STAGE(describeSituation)
-    ZARN_RECORDED_STAGE(learnResponse)
-    ZARN_RECORDED_STAGE(parseDescriptionSpecLogFile)
-    ZARN_RECORDED_STAGE(parseDescriptionSpecDisplay)
-    ZARN_RECORDED_STAGE(formatDescriptions)
-    ZARN_RECORDED_STAGE(formatDescriptionForLogFile)
-    ZARN_RECORDED_STAGE(formatDescriptionForDisplay)
-    ZARN_RECORDED_STAGE(activatePlugIns)
-    ZARN_RECORDED_STAGE(forgetSituation)
-    bool learnResponseSpecs(u64* f) override { return stage("learnResponseSpecs", [&] { return Base::learnResponseSpecs(f); }); }
-    bool parseResponseSpecs(u64* f) override { return stage("parseResponseSpecs", [&] { return Base::parseResponseSpecs(f); }); }
-    bool obtainResponseSpecs() override
-    {
-        // Stands in for the string load: the process image has no specs to serve.
-        return stage("obtainResponseSpecs", [&] {
-            std::wcscpy(m_responseSpecHeader, L"2~536870912");
-            std::wcscpy(m_descriptionForLogFile, L"``log text"); // a message format: width, prefix, text
-            return isSelfSatisfied();
-        });
-    }
-    bool parseResponseSpecHeader(u64* f) override
-    {
-        // The header parser starts by forgetting the plug-ins, so they are named behind it.
-        return stage("parseResponseSpecHeader", [&] {
-            const bool parsed = Base::parseResponseSpecHeader(f);
-            m_plugInsIndirectQty = m_script.namedPlugIns;
-            return parsed;
-        });
-    }
-    bool reportDescriptions() override
-    {
-        return stage("reportDescriptions", [&] {
-            // Held by this thread if one release succeeds; it is taken again at once.
-            m_script.lockHeldWhileReporting = m_script.section != nullptr && m_script.section->unlock();
-            if (m_script.lockHeldWhileReporting)
-                m_script.section->lock();
-            return Base::reportDescriptions();
-        });
-    }
-    void forgetArgs() override { stage("forgetArgs", [&] { Base::forgetArgs(); return true; }); }
-    bool enterCriticalSection() const override { return !m_script.refuseLock && Base::enterCriticalSection(); }
-    bool leaveCriticalSection() const override { return Base::leaveCriticalSection() && !m_script.refuseLeave; }
-
-private:
-    using Base = ZarnDataForThread;
-
-    bool stage(const std::string& name, const std::function<bool()>& base)
-    {
-        m_script.calls.push_back(name);
-        if (m_script.throwing == name)
-            throw std::runtime_error(name);
-        const auto failure = m_script.failures.find(name);
-        if (failure == m_script.failures.end())
-            return base();
-        if (isSelfSatisfied())
-            setSelfDX_Code(failure->second);
-        return false;
-    }
-
-    Script& m_script;
-};
-#undef ZARN_RECORDED_STAGE
-
-// Gives every thread a StageEngine; remembers the last one made.
-class StageDataSet : public ZarnData
-{
-public:
-    explicit StageDataSet(Script& script) : m_script(script) {}
-    CriticalSection* section() const { return m_criticalSection; }
-    mutable StageEngine* m_engine = nullptr;
-
-protected:
-    ZarnDataForThread* newDataForThread() const override { return m_engine = new StageEngine(m_script); }
-
-private:
-    Script& m_script;
-};
-
+// Every stage of a situation that passes, as a scripted engine records them.
 const std::vector<std::string> kRoad = {
     "describeSituation", "learnResponse", "learnResponseSpecs", "obtainResponseSpecs", "parseResponseSpecs",
     "parseResponseSpecHeader", "parseDescriptionSpecLogFile", "parseDescriptionSpecDisplay", "formatDescriptions",
-    "formatDescriptionForLogFile", "formatDescriptionForDisplay", "reportDescriptions", "forgetSituation", "forgetArgs",
+    "formatDescriptionForLogFile", "formatDescriptionForDisplay", "reportDescriptions", "direct", "display",
+    "forgetSituation", "forgetArgs",
 };
 
-// The road up to and including `last`.
 std::vector<std::string> roadUpTo(const std::string& last)
 {
-    std::vector<std::string> calls;
-    for (const std::string& call : kRoad) {
-        calls.push_back(call);
-        if (call == last)
-            break;
-    }
-    return calls;
+    return std::vector<std::string>(kRoad.begin(), std::find(kRoad.begin(), kRoad.end(), last) + 1);
 }
 
+// A data set with an open log whose engines are scripted; `engine` is this thread's.
 class ZarnDataForThreadRoad : public ::testing::Test
 {
 protected:
     void SetUp() override
     {
+        dataSet.makeEngine = [this] { return new ScriptedEngine(script); };
         dataSet.setCharSetExternal(2);
         dataSet.setArgsUIntQty(5);
         dataSet.createPlugIns(2);
         ASSERT_TRUE(dataSet.recordLogFileNomenclature(logName.data(), nullptr, Zarn_LOG_HTML));
         ASSERT_TRUE(dataSet.establishLogFile(true)) << dataSet.getSelfDX_Code();
-        engine = dataSet.m_engine;
+        engine = dataSet.engine<ScriptedEngine>();
         ASSERT_NE(engine, nullptr);
-        script.section = dataSet.section();
+        script.section = dataSet.m_criticalSection;
+        script.reset();
+    }
+    // Forgets what a row left: its script, codes and situation.
+    void restart()
+    {
+        script.reset();
+        dataSet.forgetSelfDX_Code();
+        engine->forgetSituation();
         script.calls.clear();
     }
 
     Script script;
     std::wstring logName = testLogPath(L"road");
-    StageDataSet dataSet{script};
-    StageEngine* engine = nullptr;
+    OpenData dataSet;
+    ScriptedEngine* engine = nullptr;
 };
 
 } // namespace
 
 TEST_F(ZarnDataForThreadRoad, RunsTheStagesInOrderAndForgetsTheSituation)
 {
-    struct Row
-    {
-        const char* name;
-        u64 criteria;
-        int namedPlugIns;
-        std::vector<std::string> expected;
-    };
     std::vector<std::string> withoutDisplay = kRoad;
-    withoutDisplay.erase(withoutDisplay.begin() + 7);
+    withoutDisplay.erase(std::find(withoutDisplay.begin(), withoutDisplay.end(), "parseDescriptionSpecDisplay"));
     std::vector<std::string> withPlugIns = kRoad;
-    withPlugIns.insert(withPlugIns.begin() + 12, "activatePlugIns");
-    const Row rows[] = {
+    withPlugIns.insert(std::find(withPlugIns.begin(), withPlugIns.end(), "forgetSituation"), "activatePlugIns");
+    const struct { const char* name; u64 criteria; int namedPlugIns; std::vector<std::string> expected; } rows[] = {
         {"default criteria, plug-ins declared but none named", ZARN_DEFAULT_BEHAVIOR_CRITERIA, 0, kRoad},
         {"criteria that may not respond skip the display spec", 0, 0, withoutDisplay},
         {"a named plug-in runs after the reports", ZARN_DEFAULT_BEHAVIOR_CRITERIA, 1, withPlugIns},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         script.calls.clear();
         script.namedPlugIns = row.namedPlugIns;
@@ -220,7 +83,7 @@ TEST_F(ZarnDataForThreadRoad, RunsTheStagesInOrderAndForgetsTheSituation)
         EXPECT_TRUE(engine->respondToSituation());
         EXPECT_EQ(script.calls, row.expected);
         EXPECT_TRUE(script.lockHeldWhileReporting);
-        EXPECT_FALSE(dataSet.section()->unlock()) << "the lock was not left";
+        EXPECT_FALSE(dataSet.m_criticalSection->unlock()) << "the lock was not left";
         EXPECT_EQ(engine->getSituationID(), 0);
         EXPECT_STREQ(engine->getDescriptionForLogFile(), L"");
     }
@@ -229,15 +92,8 @@ TEST_F(ZarnDataForThreadRoad, RunsTheStagesInOrderAndForgetsTheSituation)
 // A failing stage ends the road there; its code is the engine's, and the situation stays.
 TEST_F(ZarnDataForThreadRoad, FailedStageStopsTheRoadAndLeavesTheSituation)
 {
-    struct Row
-    {
-        std::map<std::string, int> failures;
-        std::string throwing;
-        std::string lastCall;
-        int expectedCode;
-        bool logTextSurvives;
-    };
-    const Row rows[] = {
+    const struct { std::map<std::string, int> failures; std::string throwing; std::string lastCall; int expectedCode;
+                   bool logTextSurvives; } rows[] = {
         {{{"obtainResponseSpecs", 255}}, "", "obtainResponseSpecs", 255, false},
         {{{"parseResponseSpecHeader", 252}}, "", "parseResponseSpecHeader", 252, false},
         {{{"parseDescriptionSpecDisplay", 24}}, "", "parseDescriptionSpecDisplay", 24, false},
@@ -253,9 +109,8 @@ TEST_F(ZarnDataForThreadRoad, FailedStageStopsTheRoadAndLeavesTheSituation)
         {{}, "formatDescriptionForLogFile", "formatDescriptionForLogFile", 54, true},
         {{}, "forgetArgs", "forgetArgs", 46, false},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.lastCall + " / " + std::to_string(row.expectedCode));
-        script.calls.clear();
         script.failures = row.failures;
         script.throwing = row.throwing;
         engine->recordSituationID(42);
@@ -264,16 +119,13 @@ TEST_F(ZarnDataForThreadRoad, FailedStageStopsTheRoadAndLeavesTheSituation)
         EXPECT_FALSE(engine->respondToSituation());
         EXPECT_EQ(engine->getSelfDX_Code(), row.expectedCode);
         EXPECT_EQ(script.calls, roadUpTo(row.lastCall));
-        EXPECT_FALSE(dataSet.section()->unlock()) << "the lock was not left";
+        EXPECT_FALSE(dataSet.m_criticalSection->unlock()) << "the lock was not left";
         if (row.lastCall != "forgetArgs") {
             EXPECT_EQ(engine->getSituationID(), 42);
             EXPECT_EQ(engine->getArg_UInt(0), 7u);
             EXPECT_STREQ(engine->getDescriptionForLogFile(), row.logTextSurvives ? L"log text" : L"");
         }
-        script.failures.clear();
-        script.throwing.clear();
-        dataSet.forgetSelfDX_Code();
-        engine->forgetSituation();
+        restart();
     }
 }
 
@@ -286,98 +138,111 @@ TEST_F(ZarnDataForThreadRoad, HeldCodeIsStickyWithoutToleranceAndForgivenWithIt)
         ASSERT_EQ(engine->recordArgument(7u, ZARN_ARG_NEXT), 0);
         ASSERT_FALSE(engine->respondToSituation());
 
-        script.failures.clear();
-        script.calls.clear();
+        script.reset();
         // Recorded arguments stay after a failure, so the next one goes behind them.
         EXPECT_EQ(engine->recordArgument(8u, ZARN_ARG_NEXT), 1);
         const bool forgiven = tolerance == Zarn_TOLERANCE_FORGIVING;
         EXPECT_EQ(engine->respondToSituation(), forgiven);
         EXPECT_EQ(engine->getSelfDX_Code(), forgiven ? 0 : 226);
         EXPECT_EQ(script.calls, forgiven ? kRoad : std::vector<std::string>{});
-        dataSet.forgetSelfDX_Code();
-        engine->forgetSituation();
+        restart();
     }
-}
-
-TEST_F(ZarnDataForThreadRoad, DataSetCodeStopsTheEngineAtItsGuard)
-{
-    dataSet.setSelfDX_Code(231);
-    EXPECT_FALSE(engine->respondToSituation());
-    EXPECT_EQ(engine->getSelfDX_Code(), 231);
-    EXPECT_TRUE(script.calls.empty());
-    dataSet.setSelfDX_Code(0);
 }
 
 TEST_F(ZarnDataForThreadRoad, LockRefusalsGive262And263)
 {
-    script.refuseLock = true;
+    dataSet.refuseLock = true;
     EXPECT_FALSE(engine->respondToSituation());
     EXPECT_EQ(engine->getSelfDX_Code(), 262);
     EXPECT_TRUE(script.calls.empty());
 
-    script.refuseLock = false;
-    script.refuseLeave = true;
+    dataSet.refuseLock = false;
+    dataSet.refuseLeave = true;
     dataSet.forgetSelfDX_Code();
     EXPECT_FALSE(engine->respondToSituation());
     EXPECT_EQ(engine->getSelfDX_Code(), 263);
     // The reports leave the lock themselves, so the refusal already stops the road there.
-    EXPECT_EQ(script.calls, roadUpTo("reportDescriptions"));
+    EXPECT_EQ(script.calls, roadUpTo("display"));
 
     // A failure of the situation outranks the failure to leave.
     dataSet.forgetSelfDX_Code();
     script.failures = {{"reportDescriptions", 226}};
     EXPECT_FALSE(engine->respondToSituation());
     EXPECT_EQ(engine->getSelfDX_Code(), 226);
-    EXPECT_FALSE(dataSet.section()->unlock()) << "the refused leave still left";
+    EXPECT_FALSE(dataSet.m_criticalSection->unlock()) << "the refused leave still left";
+    dataSet.refuseLeave = false;
 }
 
-TEST(ZarnDataForThread, GuardedOperationsWithoutDataSetGive265)
+// Every stage that passes the guards, and initialize, refuse an engine without a data set.
+TEST(ZarnDataForThread, GuardedStagesWithoutDataSetGive265)
 {
-    const std::vector<std::pair<const char*, std::function<bool(ZarnDataForThread&)>>> rows = {
-        {"respondToSituation", [](ZarnDataForThread& e) { return e.respondToSituation(); }},
-        {"describeSituation", [](ZarnDataForThread& e) { return e.describeSituation(); }},
-        {"learnResponse", [](ZarnDataForThread& e) { return e.learnResponse(); }},
-        {"learnResponseSpecs", [](ZarnDataForThread& e) { return e.learnResponseSpecs(nullptr); }},
-        {"formatDescriptions", [](ZarnDataForThread& e) { return e.formatDescriptions(); }},
-        {"obtainResponseSpecs", [](ZarnDataForThread& e) { return e.obtainResponseSpecs(); }},
-        {"reportDescriptions", [](ZarnDataForThread& e) { return e.reportDescriptions(); }},
-        {"initialize", [](ZarnDataForThread& e) { return e.initialize(nullptr); }},
+    using Stage = std::function<bool(OpenEngine&)>;
+    const std::vector<std::pair<const char*, Stage>> rows = {
+        {"respondToSituation", [](OpenEngine& e) { return e.respondToSituation(); }},
+        {"describeSituation", [](OpenEngine& e) { return e.describeSituation(); }},
+        {"learnResponse", [](OpenEngine& e) { return e.learnResponse(); }},
+        {"learnResponseSpecs", [](OpenEngine& e) { return e.learnResponseSpecs(nullptr); }},
+        {"obtainResponseSpecs", [](OpenEngine& e) { return e.obtainResponseSpecs(); }},
+        {"formatDescriptions", [](OpenEngine& e) { return e.formatDescriptions(); }},
+        {"formatDescriptionForDisplay", [](OpenEngine& e) { return e.formatDescriptionForDisplay(); }},
+        {"formatDescriptionForLogFile", [](OpenEngine& e) { return e.formatDescriptionForLogFile(); }},
+        {"parseDescriptionSpecLogFile", [](OpenEngine& e) { return e.parseDescriptionSpecLogFile(); }},
+        {"parseDescriptionSpecDisplay", [](OpenEngine& e) { return e.parseDescriptionSpecDisplay(); }},
+        {"parseDescriptionSpecDisplayDlgBox", [](OpenEngine& e) { wchar_t t[] = L"16";
+             return e.parseDescriptionSpecDisplayDlgBox(t); }},
+        {"parseDescriptionSpec_MessageAffix", [](OpenEngine& e) { wchar_t t[] = L"0";
+             return e.parseDescriptionSpec_MessageAffix(t, e.m_descriptionForLogFile, 1024); }},
+        {"reportDescriptions", [](OpenEngine& e) { return e.reportDescriptions(); }},
+        {"reportDescriptionToDisplay", [](OpenEngine& e) { return e.reportDescriptionToDisplay(); }},
+        {"reportDescriptionToLogFileDirectly", [](OpenEngine& e) { return e.reportDescriptionToLogFileDirectly(); }},
+        {"reportDescriptionToLogFileIndirectly",
+         [](OpenEngine& e) { return e.reportDescriptionToLogFileIndirectly(); }},
+        {"activatePlugIns", [](OpenEngine& e) { return e.activatePlugIns(); }},
+        {"initialize", [](OpenEngine& e) { return e.initialize(nullptr); }},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.first);
-        ZarnDataForThread engine;
+        OpenEngine engine;
+        engine.setDescriptions(L"~``text", L"``text"); // the reports and parsers have work to do
+        engine.m_plugInsIndirectQty = 1;
         EXPECT_FALSE(row.second(engine));
         EXPECT_EQ(engine.getSelfDX_Code(), 265);
     }
-    ZarnDataForThread engine;
-    EXPECT_FALSE(engine.parseResponseSpecs(nullptr));
-    EXPECT_TRUE(engine.forgetSituation()) << "forgetting needs no data set";
-    EXPECT_EQ(engine.getSelfDX_Code(), 0);
-    EXPECT_EQ(engine.formatLogHyperlinkWinSDK(5), nullptr);
+
+    // The message format parser resets its target to the library's defaults on the way out.
+    OpenEngine engine;
+    wchar_t spec[] = L"``x";
+    engine.setDescriptions(L"stale", L"");
+    engine.m_descriptionDisplayLineWd = 5;
+    EXPECT_FALSE(engine.parseDescriptionSpec_MessageFormat(spec, Zarn_MSG_FMT_DISPLAY, engine.m_scratchpad.m_scratchA,
+                                                           engine.m_scratchpad.m_scratchA_Bytes));
+    EXPECT_EQ(engine.getSelfDX_Code(), 265);
+    EXPECT_STREQ(engine.m_descriptionForDisplay, L"");
+    EXPECT_EQ(engine.m_descriptionDisplayLineWd, 67);
+
+    OpenEngine unguarded;
+    EXPECT_FALSE(unguarded.parseResponseSpecs(nullptr));
+    EXPECT_TRUE(unguarded.forgetSituation()) << "forgetting needs no data set";
+    EXPECT_EQ(unguarded.getSelfDX_Code(), 0);
+    EXPECT_EQ(unguarded.formatLogHyperlinkWinSDK(5), nullptr);
 }
 
 TEST(ZarnDataForThread, InitializeMakesTheArraysTheDataSetAsksFor)
 {
-    struct Row
-    {
-        const char* name;
-        int charSet;
-        int fillersQty;
-        int expectedCode;
-    };
-    const Row rows[] = {
+    const struct { const char* name; int charSet; int fillersQty; int expectedCode; } rows[] = {
         {"wide strings", 2, 10, 0},
         {"narrow strings", 0, 10, 0},
         {"strings with the character set unset", -1, 10, 7},
         {"fillers beyond 99", 2, 100, 10},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        TunedDataSet dataSet(row.charSet, 3);
+        OpenData dataSet;
+        dataSet.configure(row.charSet, 3);
         dataSet.m_descriptionFillersQty = row.fillersQty;
         dataSet.m_descriptionDisplayLineWd = 40;
         dataSet.m_descriptionLogFileLineWd = 90;
-        Probe engine;
+        OpenEngine engine;
         EXPECT_EQ(engine.initialize(&dataSet), row.expectedCode == 0);
         EXPECT_EQ(engine.getSelfDX_Code(), row.expectedCode);
         EXPECT_EQ(engine.m_descriptionDisplayLineWd, 40);
@@ -393,9 +258,9 @@ TEST(ZarnDataForThread, InitializeMakesTheArraysTheDataSetAsksFor)
 
 TEST(ZarnDataForThread, CreatorsKeepOneStringArrayAndClearWhatExists)
 {
-    TunedDataSet dataSet(2, 3);
-    dataSet.createPlugIns(3);
-    Probe engine;
+    OpenData dataSet;
+    dataSet.configure(2, 3).createPlugIns(3);
+    OpenEngine engine;
     ASSERT_TRUE(engine.initialize(&dataSet));
     for (int slot = 0; slot < 3; ++slot)
         EXPECT_EQ(engine.m_plugInsIndirectIndices[slot], -1) << "a free plug-in slot is -1, not 0";
@@ -417,44 +282,38 @@ TEST(ZarnDataForThread, CreatorsKeepOneStringArrayAndClearWhatExists)
     EXPECT_NE(engine.createArgsStr(), nullptr) << "with the wide array gone, the narrow one can be made";
     EXPECT_NE(engine.m_argsStrA, nullptr);
 
-    TunedDataSet unset(-1, 3);
-    Probe other;
+    OpenData unset;
+    unset.configure(-1, 3);
+    OpenEngine other;
     other.initialize(&unset);
     EXPECT_EQ(other.createArgsStr(), nullptr);
-    EXPECT_EQ(Probe().createArgsInt(), nullptr) << "no data set";
+    EXPECT_EQ(OpenEngine().createArgsInt(), nullptr) << "no data set";
 }
 
 TEST(ZarnDataForThread, RecordArgumentFillsSlotsOrRefuses)
 {
-    TunedDataSet wideSet(2, 10);
-    TunedDataSet narrowSet(0, 10);
-    TunedDataSet emptySet(2, 0);
-    struct Row
-    {
-        const char* name;
-        ZarnData* dataSet;
-        std::function<int(Probe&)> record;
-        int expected;
-        int intCount;
+    OpenData wideSet, narrowSet, emptySet;
+    wideSet.configure(2, 10);
+    narrowSet.configure(0, 10);
+    emptySet.configure(2, 0);
+    const struct { const char* name; ZarnData* dataSet; std::function<int(OpenEngine&)> record; int expected;
+                   int intCount; } rows[] = {
+        {"next twice", &wideSet, [](OpenEngine& e) { e.recordArgument(5, ZARN_ARG_NEXT); return e.recordArgument(5, ZARN_ARG_NEXT); }, 1, 2},
+        {"last slot", &wideSet, [](OpenEngine& e) { return e.recordArgument(5, 9); }, 9, 10},
+        {"past the end", &wideSet, [](OpenEngine& e) { return e.recordArgument(5, 10); }, -1, 0},
+        {"negative", &wideSet, [](OpenEngine& e) { return e.recordArgument(5, -1); }, -1, 0},
+        {"next on a full array", &wideSet, [](OpenEngine& e) { e.recordArgument(5, 9); return e.recordArgument(5, ZARN_ARG_NEXT); }, -1, 10},
+        {"unsigned", &wideSet, [](OpenEngine& e) { return e.recordArgument(5u, 3); }, 3, 0},
+        {"narrow text on a wide set", &wideSet, [](OpenEngine& e) { return e.recordArgument("t", 0); }, -1, 0},
+        {"wide text on a wide set", &wideSet, [](OpenEngine& e) { return e.recordArgument(L"t", 0); }, 0, 0},
+        {"wide text on a narrow set", &narrowSet, [](OpenEngine& e) { return e.recordArgument(L"t", 0); }, -1, 0},
+        {"narrow text on a narrow set", &narrowSet, [](OpenEngine& e) { return e.recordArgument("t", 4); }, 4, 0},
+        {"no slots", &emptySet, [](OpenEngine& e) { return e.recordArgument(5, 0); }, -1, 0},
+        {"no data set", nullptr, [](OpenEngine& e) { return e.recordArgument(5, 0); }, -1, 0},
     };
-    const Row rows[] = {
-        {"next twice", &wideSet, [](Probe& e) { e.recordArgument(5, ZARN_ARG_NEXT); return e.recordArgument(5, ZARN_ARG_NEXT); }, 1, 2},
-        {"a gap", &wideSet, [](Probe& e) { return e.recordArgument(5, 7); }, 7, 8},
-        {"last slot", &wideSet, [](Probe& e) { return e.recordArgument(5, 9); }, 9, 10},
-        {"past the end", &wideSet, [](Probe& e) { return e.recordArgument(5, 10); }, -1, 0},
-        {"negative", &wideSet, [](Probe& e) { return e.recordArgument(5, -1); }, -1, 0},
-        {"next on a full array", &wideSet, [](Probe& e) { e.recordArgument(5, 9); return e.recordArgument(5, ZARN_ARG_NEXT); }, -1, 10},
-        {"unsigned", &wideSet, [](Probe& e) { return e.recordArgument(5u, 3); }, 3, 0},
-        {"narrow text on a wide set", &wideSet, [](Probe& e) { return e.recordArgument("t", 0); }, -1, 0},
-        {"wide text on a wide set", &wideSet, [](Probe& e) { return e.recordArgument(L"t", 0); }, 0, 0},
-        {"wide text on a narrow set", &narrowSet, [](Probe& e) { return e.recordArgument(L"t", 0); }, -1, 0},
-        {"narrow text on a narrow set", &narrowSet, [](Probe& e) { return e.recordArgument("t", 4); }, 4, 0},
-        {"no slots", &emptySet, [](Probe& e) { return e.recordArgument(5, 0); }, -1, 0},
-        {"no data set", nullptr, [](Probe& e) { return e.recordArgument(5, 0); }, -1, 0},
-    };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        Probe engine;
+        OpenEngine engine;
         if (row.dataSet != nullptr) {
             ASSERT_TRUE(engine.initialize(row.dataSet));
         }
@@ -466,8 +325,9 @@ TEST(ZarnDataForThread, RecordArgumentFillsSlotsOrRefuses)
 
 TEST(ZarnDataForThread, FilledUnsignedArrayCannotBeRead)
 {
-    TunedDataSet dataSet(2, 3);
-    Probe engine;
+    OpenData dataSet;
+    dataSet.configure(2, 3);
+    OpenEngine engine;
     ASSERT_TRUE(engine.initialize(&dataSet));
     EXPECT_EQ(engine.getArg_UInt(0), 0u) << "nothing recorded";
     engine.recordArgument(11u, ZARN_ARG_NEXT);
@@ -481,9 +341,9 @@ TEST(ZarnDataForThread, FilledUnsignedArrayCannotBeRead)
 
 TEST(ZarnDataForThread, ForgetSituationResetsTheSituationButKeepsCodeAndAnswer)
 {
-    TunedDataSet dataSet(2, 3);
-    dataSet.createPlugIns(2);
-    Probe engine;
+    OpenData dataSet;
+    dataSet.configure(2, 3).createPlugIns(2);
+    OpenEngine engine;
     ASSERT_TRUE(engine.initialize(&dataSet));
     u64 slot = 0;
     char* cursor = reinterpret_cast<char*>(&slot);
@@ -503,8 +363,10 @@ TEST(ZarnDataForThread, ForgetSituationResetsTheSituationButKeepsCodeAndAnswer)
     engine.m_situationApprovalKind = 1;
     engine.m_situationResponseTraits = ~u64(0);
     engine.m_descriptionDisplayLineWd = engine.m_descriptionLogFileLineWd = 30;
-    for (wchar_t* text : {engine.m_descriptionForDisplay, engine.m_descriptionForLogFile, engine.m_responseSpecHeader,
-                          engine.m_scratchpad.m_scratchA, engine.m_scratchpad.m_scratchB})
+    wchar_t* const texts[] = {engine.m_descriptionForDisplay, engine.m_descriptionForLogFile,
+                              engine.m_responseSpecHeader, engine.m_scratchpad.m_scratchA,
+                              engine.m_scratchpad.m_scratchB};
+    for (wchar_t* text : texts)
         std::wcscpy(text, L"text");
     engine.m_displayDlgBoxResult = 6;
     engine.setSelfDX_Code(40);
@@ -528,19 +390,14 @@ TEST(ZarnDataForThread, ForgetSituationResetsTheSituationButKeepsCodeAndAnswer)
     EXPECT_EQ(engine.m_situationResponseTraits, ZARN_DEFAULT_RESPONSE_TRAITS);
     EXPECT_EQ(engine.m_descriptionDisplayLineWd, dataSet.getDescriptionDisplayLineWd());
     EXPECT_EQ(engine.m_descriptionLogFileLineWd, dataSet.getDescriptionLogFileLineWd());
-    for (const wchar_t* text : {engine.m_descriptionForDisplay, engine.m_descriptionForLogFile,
-                                engine.m_responseSpecHeader, engine.m_scratchpad.m_scratchA,
-                                engine.m_scratchpad.m_scratchB})
+    for (const wchar_t* text : texts)
         EXPECT_STREQ(text, L"");
 }
 
 TEST(ZarnDataForThread, LogHyperlinkComesFromTheDataSetsString10003)
 {
     ZarnData dataSet;
-    dataSet.setCharSetExternal(2);
-    std::wstring logName = testLogPath(L"hyperlink");
-    ASSERT_TRUE(dataSet.recordLogFileNomenclature(logName.data(), nullptr, Zarn_LOG_HTML));
-    ASSERT_TRUE(dataSet.establishLogFile(true)) << dataSet.getSelfDX_Code();
+    ASSERT_TRUE(dataSet.initialize()); // learns its own module, whose table has the link templates
     ZarnDataForThread engine;
     ASSERT_TRUE(engine.initialize(&dataSet));
     UTL_String expected;
@@ -579,19 +436,13 @@ TEST(ZarnDataForThreadConcurrency, SituationsOfTwoThreadsDoNotOverlap)
         std::atomic<int>& m_inside;
         std::atomic<int>& m_overlaps;
     };
-    struct OverlapDataSet : ZarnData
-    {
-        ZarnDataForThread* newDataForThread() const override { return new OverlapEngine(m_inside, m_overlaps); }
-        mutable std::atomic<int> m_inside{0};
-        mutable std::atomic<int> m_overlaps{0};
-    };
-    OverlapDataSet dataSet;
-    dataSet.setCharSetExternal(2);
-    dataSet.setArgsIntQty(2);
+    std::atomic<int> inside{0}, overlaps{0}, failures{0};
+    OpenData dataSet;
+    dataSet.makeEngine = [&] { return new OverlapEngine(inside, overlaps); };
+    dataSet.configure(2, 2);
     std::wstring logName = testLogPath(L"overlap");
     ASSERT_TRUE(dataSet.recordLogFileNomenclature(logName.data(), nullptr, Zarn_LOG_HTML));
     ASSERT_TRUE(dataSet.establishLogFile(true));
-    std::atomic<int> failures{0};
     auto reporter = [&](int value) {
         for (int round = 0; round < 100; ++round) {
             dataSet.recordSituationID(value);
@@ -605,5 +456,5 @@ TEST(ZarnDataForThreadConcurrency, SituationsOfTwoThreadsDoNotOverlap)
     first.join();
     second.join();
     EXPECT_EQ(failures.load(), 0);
-    EXPECT_EQ(dataSet.m_overlaps.load(), 0);
+    EXPECT_EQ(overlaps.load(), 0);
 }

@@ -1,10 +1,9 @@
 #include "monitor/ZarnData.h"
 
+#include "MonitorRig.h"
 #include "foundation/UTL_String.h"
-#include "monitor/ZarnDataForThread.h"
 #include "platform/LastError.h"
 #include "platform/MessageBox.h"
-#include "platform/Modules.h"
 #include "support/TraceCapture.h"
 
 #include <gtest/gtest.h>
@@ -16,78 +15,15 @@
 #include <climits>
 #include <cstdarg>
 #include <cstdlib>
-#include <functional>
-#include <string>
-#include <vector>
+
+using namespace monitor_test;
 
 namespace {
-
-constexpr i64 kNonnative = 77;
 
 std::wstring widen(const std::string& text)
 {
     return std::wstring(text.begin(), text.end());
 }
-
-HMODULE loadTestModule(const char* file)
-{
-    return LoadLibraryW(widen(std::string(ZMU_TEST_MODULE_DIR "/") + file).c_str());
-}
-
-// What an engine of the tests saw in its description stage, which fails with `failWith` if set.
-struct EngineWatch
-{
-    int described = 0;
-    u64 firstArg = 0;
-    int failWith = 0;
-};
-
-class WatchedEngine : public ZarnDataForThread
-{
-public:
-    explicit WatchedEngine(EngineWatch* watch) : m_watch(watch) {}
-    bool describeSituation() override
-    {
-        ++m_watch->described;
-        m_watch->firstArg = getDescriptionArgV()->isEmpty() ? 0 : getDescriptionArgV()->nextUnsigned();
-        if (m_watch->failWith != 0)
-            setSelfDX_Code(m_watch->failWith);
-        return m_watch->failWith == 0;
-    }
-
-private:
-    EngineWatch* m_watch;
-};
-
-// Opens the protected seams of a data set: its lock can be refused, its engines replaced.
-class ProbeData : public ZarnData
-{
-public:
-    explicit ProbeData(i64 instantiatorID = 0) : ZarnData(instantiatorID) {}
-    using ZarnData::findDataForCurrentThread;
-    using ZarnData::isValidLogFileNomenclature;
-    void presetMapSize(unsigned long size) { m_sizeMapOfDataForThreads = size; }
-    void presetProxyModule(HMODULE module) { m_proxyModule = module; }
-    void presetProxy(ZarnProxyRespondToSituation proxy) { m_proxyRespondToSituation = proxy; }
-    ZarnProxyRespondToSituation proxy() const { return m_proxyRespondToSituation; }
-    const void* lockObject() const { return m_criticalSection; }
-    ZarnScratchpad& scratchpad() { return m_scratchpad; }
-
-    bool refuseLock = false;
-    bool refuseLeave = false;
-    bool noEngine = false;
-    EngineWatch* watch = nullptr;
-    bool enterCriticalSection() const override { return !refuseLock && ZarnData::enterCriticalSection(); }
-    bool leaveCriticalSection() const override { return ZarnData::leaveCriticalSection() && !refuseLeave; }
-
-protected:
-    ZarnDataForThread* newDataForThread() const override
-    {
-        if (noEngine)
-            return nullptr;
-        return watch != nullptr ? new WatchedEngine(watch) : ZarnData::newDataForThread();
-    }
-};
 
 bool respondVariadic(ZarnData* data, ...)
 {
@@ -115,13 +51,7 @@ TEST(ZarnData, ConstructorTakesTheBootstrapModuleAndTheSystemDisplay)
 // The configuring setters take their range before initialize, and nothing afterwards.
 TEST(ZarnData, ConfiguringSettersTakeTheirRangeOnlyBeforeInitialize)
 {
-    struct Row
-    {
-        bool (ZarnData::*set)(int);
-        int (ZarnData::*get)() const;
-        int value;
-        bool accepted;
-    };
+    struct Row { bool (ZarnData::*set)(int); int (ZarnData::*get)() const; int value; bool accepted; };
     const Row rows[] = {
         {&ZarnData::setArgsIntQty, &ZarnData::getArgsIntQty, -1, false},
         {&ZarnData::setArgsIntQty, &ZarnData::getArgsIntQty, 99, true},
@@ -244,7 +174,7 @@ TEST(ZarnData, LogDirectoryFallsBackToTheTemporaryDirectory)
 
 TEST(ZarnData, InitializeRunsOnceAndKeepsTheCodeOfItsFailure)
 {
-    ProbeData once;
+    OpenData once;
     ASSERT_TRUE(once.initialize());
     EXPECT_EQ(once.getSelfResourceModule(), GetModuleHandleW(L"zmu.dll"));
     ZarnDataForThread* engine = once.findDataForCurrentThread();
@@ -252,30 +182,25 @@ TEST(ZarnData, InitializeRunsOnceAndKeepsTheCodeOfItsFailure)
     EXPECT_TRUE(once.initialize());
     EXPECT_EQ(once.findDataForCurrentThread(), engine);
 
-    struct Row
-    {
-        const char* name;
-        std::function<void(ProbeData&)> prepare;
-        int code;
-    };
+    struct Row { const char* name; std::function<void(OpenData&)> prepare; int code; };
     const Row rows[] = {
-        {"held code", [](ProbeData& d) { d.setSelfDX_Code(42); }, 42},
-        {"map size 0", [](ProbeData& d) { d.presetMapSize(0); }, 278},
-        {"impossible map size", [](ProbeData& d) { d.sizeMapOfDataForThreads(ULONG_MAX); }, 274},
-        {"lock refused", [](ProbeData& d) { d.refuseLock = true; }, 262},
-        {"lock not left", [](ProbeData& d) { d.refuseLeave = true; }, 263},
-        {"no engine", [](ProbeData& d) { d.noEngine = true; }, 270},
-        {"engine fails: strings, no character set", [](ProbeData& d) { d.setArgsStrQty(2); }, 7},
+        {"held code", [](OpenData& d) { d.setSelfDX_Code(42); }, 42},
+        {"map size 0", [](OpenData& d) { d.m_sizeMapOfDataForThreads = 0; }, 278},
+        {"impossible map size", [](OpenData& d) { d.sizeMapOfDataForThreads(ULONG_MAX); }, 274},
+        {"lock refused", [](OpenData& d) { d.refuseLock = true; }, 262},
+        {"lock not left", [](OpenData& d) { d.refuseLeave = true; }, 263},
+        {"no engine", [](OpenData& d) { d.makeEngine = []() -> ZarnDataForThread* { return nullptr; }; }, 270},
+        {"engine fails: strings, no character set", [](OpenData& d) { d.setArgsStrQty(2); }, 7},
         {"proxy module without the entry",
-         [](ProbeData& d) {
+         [](OpenData& d) {
              d.setNonnativeInstantiatorID(kNonnative);
-             d.presetProxyModule(loadTestModule("libzmu_test_plain.so"));
+             d.m_proxyModule = loadTestModule("libzmu_test_plain.so");
          },
          1},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        ProbeData data;
+        OpenData data;
         row.prepare(data);
         EXPECT_FALSE(data.initialize());
         EXPECT_EQ(data.getSelfDX_Code(), row.code);
@@ -288,7 +213,7 @@ TEST(ZarnData, NonnativeInitializeNeedsTheProxyModule)
 {
     if (GetModuleHandleW(L"cs4s3.dll") != nullptr)
         GTEST_SKIP() << "the proxy module is loaded already in this process";
-    ProbeData data(kNonnative);
+    OpenData data(kNonnative);
     EXPECT_FALSE(data.initialize());
     EXPECT_EQ(data.getSelfDX_Code(), 2);
 }
@@ -306,7 +231,7 @@ TEST(ZarnData, HeldCodesAreStickyUnlessTheToleranceForgivesThem)
     EXPECT_EQ(data.getSelfDX_Code(), 0);
 
     // The engine's code is the data set's code for its thread, behind the data set's own.
-    ProbeData live;
+    OpenData live;
     ASSERT_TRUE(live.initialize());
     live.findDataForCurrentThread()->setSelfDX_Code(8);
     EXPECT_EQ(live.getSelfDX_Code(), 8);
@@ -314,24 +239,6 @@ TEST(ZarnData, HeldCodesAreStickyUnlessTheToleranceForgivesThem)
     EXPECT_EQ(live.getSelfDX_Code(), 3);
     live.forgetSelfDX_Code();
     EXPECT_EQ(live.getSelfDX_Code(), 0);
-}
-
-// A failed situation blocks the next ones without tolerance; with it, each costs one situation.
-TEST(ZarnData, FailedSituationBlocksTheNextUnlessForgiven)
-{
-    for (const Zarn_TOLERANCE tolerance : {Zarn_TOLERANCE_NONE, Zarn_TOLERANCE_FORGIVING}) {
-        SCOPED_TRACE(tolerance);
-        EngineWatch watch;
-        watch.failWith = 4711;
-        ProbeData data;
-        data.watch = &watch;
-        data.setSelfDX_FaultTolerance(tolerance);
-        ASSERT_TRUE(data.initialize());
-        EXPECT_FALSE(data.respondToSituation());
-        EXPECT_FALSE(data.respondToSituation());
-        EXPECT_EQ(data.getSelfDX_Code(), 4711);
-        EXPECT_EQ(watch.described, tolerance == Zarn_TOLERANCE_FORGIVING ? 2 : 1);
-    }
 }
 
 TEST(ZarnData, ForwardersAnswerEmptyWithoutAnEngine)
@@ -374,33 +281,33 @@ TEST(ZarnData, ForwardersAnswerEmptyWithoutAnEngine)
 // The vector cursor stays with a failed situation; a variadic list is retired with its call.
 TEST(ZarnData, RespondFormsHandTheirCursorToTheEngine)
 {
-    EngineWatch watch;
-    watch.failWith = 66;
-    ProbeData data;
-    data.watch = &watch;
+    Script script;
+    script.failures = {{"describeSituation", 66}};
+    OpenData data;
+    data.makeEngine = [&script] { return new ScriptedEngine(script); };
     data.setSelfDX_FaultTolerance(Zarn_TOLERANCE_FORGIVING);
     ASSERT_TRUE(data.initialize());
     ZarnDataForThread* engine = data.findDataForCurrentThread();
 
-    u64 argSlots[] = {4242, 7};
+    u64 argSlots[] = {4242, 7, 0};
     char* cursor = reinterpret_cast<char*>(argSlots);
     EXPECT_FALSE(data.respondToSituation(&cursor));
-    EXPECT_EQ(watch.firstArg, 4242u);
-    EXPECT_EQ(cursor, reinterpret_cast<char*>(argSlots) + 8); // the caller's cursor moved
+    EXPECT_EQ(script.firstArg, 4242u);
+    EXPECT_EQ(cursor, reinterpret_cast<char*>(argSlots) + 16); // the caller's cursor moved
     EXPECT_FALSE(engine->getDescriptionArgV()->isEmpty());
 
-    EXPECT_FALSE(respondVariadic(&data, 31337u));
-    EXPECT_EQ(watch.firstArg, 31337u);
+    EXPECT_FALSE(respondVariadic(&data, 31337, L"text"));
+    EXPECT_EQ(script.firstArg, 31337u);
     EXPECT_TRUE(engine->getDescriptionArgV()->isEmpty());
 }
 
 TEST(ZarnData, RemoveThreadDeletesOnlyTheCallersEngine)
 {
-    ProbeData data;
+    OpenData data;
     EXPECT_FALSE(data.removeThread());
     EXPECT_EQ(data.getSelfDX_Code(), 275);
 
-    ProbeData live;
+    OpenData live;
     ASSERT_TRUE(live.initialize());
     ZarnDataForThread* engine = live.findDataForCurrentThread();
     engine->setSelfDX_Code(31); // a thread with a failed situation cannot leave without forgiveness
@@ -418,11 +325,7 @@ TEST(ZarnData, RemoveThreadDeletesOnlyTheCallersEngine)
 
 TEST(ZarnData, TraitApprovalNeedsTheRespondBitsAndALevelNotAboveTheCriteria)
 {
-    struct LevelRow
-    {
-        u64 criteria, traits, shift;
-        bool approved;
-    };
+    struct LevelRow { u64 criteria, traits, shift; bool approved; };
     const LevelRow levels[] = {
         {2ull << 29, 3ull << 29, 29, false}, {2ull << 29, 2ull << 29, 29, true}, {15ull << 49, 1ull << 49, 49, true},
         {0, 1ull << 33, 33, false},          {15ull << 33, 0, 33, false},        {15ull << 25, 1ull << 29, 25, false},
@@ -471,7 +374,7 @@ TEST(ZarnData, TraitApprovalNeedsTheRespondBitsAndALevelNotAboveTheCriteria)
 
 TEST(ZarnData, CriteriaAndResourceModuleChangeOnlyUnderTheLock)
 {
-    ProbeData data;
+    OpenData data;
     const HMODULE bootstrap = data.getResourceModule();
     const HMODULE other = GetModuleHandleW(L"zmu.dll");
     EXPECT_EQ(data.setBehaviorCriteria(7), ZARN_DEFAULT_BEHAVIOR_CRITERIA);
@@ -492,7 +395,7 @@ TEST(ZarnData, AssimilationMovesEverythingAndLeavesAShell)
     const HWND parent = reinterpret_cast<HWND>(&standIn);
     const ZarnDisplayDlgBoxFunction display = [](HWND, const wchar_t*, const wchar_t*, unsigned int) { return 3; };
 
-    ProbeData source(kNonnative);
+    OpenData source(kNonnative);
     wchar_t logName[] = L"/tmp/zmu-moved.htm";
     ASSERT_TRUE(source.recordLogFileNomenclature(logName, L"/tmp/form.htm", Zarn_LOG_HTML));
     source.setCharSetExternal(2);
@@ -506,11 +409,11 @@ TEST(ZarnData, AssimilationMovesEverythingAndLeavesAShell)
     source.recordTag(L"Farrowlink", Zarn_FORM_TAG_PRODUCT_NAME);
     source.incrementSituationsCount(6);
     ZarnPlugIn* plugIns = source.createPlugIns(2);
-    std::wcscpy(source.scratchpad().m_scratchA, L"draft");
-    const void* lock = source.lockObject();
+    std::wcscpy(source.m_scratchpad.m_scratchA, L"draft");
+    const void* lock = source.m_criticalSection;
     const wchar_t* tag = source.getTag(Zarn_FORM_TAG_PRODUCT_NAME);
 
-    ProbeData target;
+    OpenData target;
     ASSERT_TRUE(target.assimilateDataSetContents(&source)) << target.getSelfDX_Code();
     EXPECT_STREQ(target.getFileLogName(), L"/tmp/zmu-moved.htm");
     EXPECT_STREQ(target.getFileLog()->m_formName, L"/tmp/form.htm");
@@ -526,8 +429,8 @@ TEST(ZarnData, AssimilationMovesEverythingAndLeavesAShell)
     EXPECT_EQ(target.getSituationsCount(), 6u);
     EXPECT_EQ(target.getPlugIns(), plugIns);
     EXPECT_EQ(target.getPlugInsQty(), 2);
-    EXPECT_EQ(target.lockObject(), lock);
-    EXPECT_STREQ(target.scratchpad().m_scratchA, L"draft");
+    EXPECT_EQ(target.m_criticalSection, lock);
+    EXPECT_STREQ(target.m_scratchpad.m_scratchA, L"draft");
     EXPECT_TRUE(target.isValid());
 
     EXPECT_EQ(source.getFileLogName(), nullptr);
@@ -540,8 +443,8 @@ TEST(ZarnData, AssimilationMovesEverythingAndLeavesAShell)
     EXPECT_EQ(source.getResourceModule(), nullptr);
     EXPECT_EQ(source.getTag(Zarn_FORM_TAG_PRODUCT_NAME), nullptr);
     EXPECT_EQ(source.getPlugIns(), nullptr);
-    EXPECT_EQ(source.lockObject(), nullptr);
-    EXPECT_STREQ(source.scratchpad().m_scratchA, L"");
+    EXPECT_EQ(source.m_criticalSection, nullptr);
+    EXPECT_STREQ(source.m_scratchpad.m_scratchA, L"");
 }
 
 TEST(ZarnData, AssimilationRefusesAReceiverInUse)
@@ -587,58 +490,30 @@ TEST(ZarnData, PlugInTableIsMadeOnceWithEmptyRows)
 
 TEST(ZarnData, ProxyRoadSpeaksToTheProxyModule)
 {
-    const HMODULE proxyModule = loadTestModule("libcs4s3.so");
-    ASSERT_NE(proxyModule, nullptr);
-    const auto entry = [proxyModule](const char* name) { return GetProcAddress(proxyModule, name); };
-    auto reset = reinterpret_cast<void (*)()>(entry("zmuProxyReset"));
-    auto* count = reinterpret_cast<int*>(entry("zmuProxyCallCount"));
-    auto* refuses = reinterpret_cast<int*>(entry("zmuProxyRefuses"));
-    auto* enablements = reinterpret_cast<unsigned int*>(entry("zmuProxyLastEnablements"));
-    auto* instantiator = reinterpret_cast<long long*>(entry("zmuProxyLastInstantiatorID"));
-    auto* negatedID = reinterpret_cast<int*>(entry("zmuProxyLastNegatedSituationID"));
-    auto* format = reinterpret_cast<wchar_t*>(entry("zmuProxyLastFormat"));
-    auto* description = reinterpret_cast<wchar_t*>(entry("zmuProxyLastDescription"));
-    ASSERT_TRUE(reset && count && refuses && enablements && instantiator && negatedID && format && description);
-    reset();
-    {
-        ProbeData data(kNonnative);
-        ASSERT_TRUE(data.initialize()) << data.getSelfDX_Code(); // finds the loaded module by its name
-        EXPECT_EQ(reinterpret_cast<FARPROC>(data.proxy()), entry("ProxyRespondToSituation"));
-        EXPECT_TRUE(data.logSituationDescriptionViaProxy(5, 1, 0, L"the description"));
-        EXPECT_EQ(*count, 1);
-        EXPECT_EQ(*enablements, 11u);
-        EXPECT_EQ(*instantiator, kNonnative);
-        EXPECT_EQ(*negatedID, -5);
-        EXPECT_STREQ(format, L"%s");
-        EXPECT_STREQ(description, L"the description");
+    ProxyModule proxy;
+    ASSERT_TRUE(proxy.loaded());
+    OpenData data(kNonnative);
+    ASSERT_TRUE(data.initialize()) << data.getSelfDX_Code(); // finds the loaded module by its name
+    EXPECT_EQ(reinterpret_cast<FARPROC>(data.m_proxyRespondToSituation),
+              GetProcAddress(proxy.module, "ProxyRespondToSituation"));
+    EXPECT_TRUE(data.logSituationDescriptionViaProxy(5, 1, 0, L"the description"));
+    EXPECT_EQ(proxy.count(), 1);
+    EXPECT_EQ(proxy.enablements(), 11u);
+    EXPECT_EQ(proxy.instantiator(), kNonnative);
+    EXPECT_EQ(proxy.negatedID(), -5);
+    EXPECT_STREQ(proxy.format(), L"%s");
+    EXPECT_STREQ(proxy.description(), L"the description");
 
-        // Kind 2 at level 5 where the criteria hold 3: nothing is sent, and that is a success.
-        data.setBehaviorCriteria(ZARN_RESPOND_MASK | (3ull << 29));
-        EXPECT_TRUE(data.logSituationDescriptionViaProxy(6, 2, 5ull << 29, L"too high"));
-        EXPECT_EQ(*count, 1);
-        EXPECT_TRUE(data.logSituationDescriptionViaProxy(7, 2, 3ull << 29, L"allowed"));
-        EXPECT_EQ(*enablements, 2u);
-
-        *refuses = 1;
-        EXPECT_FALSE(data.logSituationDescriptionViaProxy(8, 1, 0, L"refused"));
-        EXPECT_EQ(data.getSelfDX_Code(), 207);
-        EXPECT_FALSE(data.logSituationDescriptionViaProxy(9, 1, 0, L"blocked")); // the code is held
-        EXPECT_EQ(*count, 3);
-    }
-    reset();
-    EXPECT_TRUE(FreeLibrary(proxyModule));
+    proxy.refuses() = 1;
+    EXPECT_FALSE(data.logSituationDescriptionViaProxy(8, 1, 0, L"refused"));
+    EXPECT_EQ(data.getSelfDX_Code(), 207);
+    EXPECT_FALSE(data.logSituationDescriptionViaProxy(9, 1, 0, L"blocked")); // the code is held
+    EXPECT_EQ(proxy.count(), 2);
 }
 
 TEST(ZarnData, ProxyRoadRefusesWith209)
 {
-    struct Row
-    {
-        i64 instantiator;
-        bool proxy;
-        int situationID;
-        unsigned int kind;
-        const wchar_t* description;
-    };
+    struct Row { i64 instantiator; bool proxy; int situationID; unsigned int kind; const wchar_t* description; };
     const Row rows[] = {
         {0, true, 5, 1, L"d"},         {kNonnative, false, 5, 1, L"d"}, {kNonnative, true, 0, 1, L"d"},
         {kNonnative, true, 5, 0, L"d"}, {kNonnative, true, 5, 3, L"d"}, {kNonnative, true, 5, 1, nullptr},
@@ -647,9 +522,9 @@ TEST(ZarnData, ProxyRoadRefusesWith209)
     static int calls = 0;
     for (const Row& row : rows) {
         SCOPED_TRACE(&row - rows);
-        ProbeData data(row.instantiator);
+        OpenData data(row.instantiator);
         if (row.proxy)
-            data.presetProxy([](unsigned int, i64, int, const wchar_t*, const wchar_t*) { return ++calls; });
+            data.m_proxyRespondToSituation = [](unsigned int, i64, int, const wchar_t*, const wchar_t*) { return ++calls; };
         EXPECT_FALSE(data.logSituationDescriptionViaProxy(row.situationID, row.kind, 0, row.description));
         EXPECT_EQ(data.getSelfDX_Code(), 209);
     }
@@ -666,24 +541,18 @@ TEST(ZarnData, LogHyperlinkPrintsTheCodeTwiceAs32Bits)
     EXPECT_STREQ(out.wideText(), L"<a href=\"Codes/WBT.html#4294967295\">WBT4294967295</a>");
     EXPECT_STREQ(data.formatLogHyperlink(0xFFFFFFFFul, 10002, out), L"<a href=\"Codes/WDB.html#-1\">WDB-1</a>");
 
-    struct Row
-    {
-        const char* name;
-        std::function<void(ProbeData&)> prepare;
-        unsigned int stringID;
-        int code;
-    };
+    struct Row { const char* name; std::function<void(OpenData&)> prepare; unsigned int stringID; int code; };
     const Row rows[] = {
-        {"no own module", [](ProbeData& d) { d.setSelfResourceModule(nullptr); }, 10001, 231},
-        {"lock refused", [](ProbeData& d) { d.refuseLock = true; }, 10001, 56},
-        {"lock not left", [](ProbeData& d) { d.refuseLeave = true; }, 10001, 57},
-        {"no such string", [](ProbeData&) {}, 9, 59},
-        {"empty string", [](ProbeData& d) { d.setSelfResourceModule(loadTestModule("libzmu_test_strings.so")); }, 2,
+        {"no own module", [](OpenData& d) { d.setSelfResourceModule(nullptr); }, 10001, 231},
+        {"lock refused", [](OpenData& d) { d.refuseLock = true; }, 10001, 56},
+        {"lock not left", [](OpenData& d) { d.refuseLeave = true; }, 10001, 57},
+        {"no such string", [](OpenData&) {}, 9, 59},
+        {"empty string", [](OpenData& d) { d.setSelfResourceModule(loadTestModule("libzmu_test_strings.so")); }, 2,
          59},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        ProbeData failing;
+        OpenData failing;
         failing.setSelfResourceModule(GetModuleHandleW(L"zmu.dll"));
         row.prepare(failing);
         UTL_String stale(L"stale");
@@ -699,14 +568,7 @@ TEST(ZarnData, LogHyperlinkPrintsTheCodeTwiceAs32Bits)
 
 TEST(ZarnData, NomenclatureValidationTakesTheFirstRuleThatApplies)
 {
-    struct Row
-    {
-        i64 instantiator;
-        Zarn_LOG kind;
-        const char* logName;
-        const char* formName;
-        int code;
-    };
+    struct Row { i64 instantiator; Zarn_LOG kind; const char* logName; const char* formName; int code; };
     const Row rows[] = {
         {0, Zarn_LOG_UNSET, nullptr, nullptr, 143},
         {0, Zarn_LOG_HTML, nullptr, "form.htm", 134},
@@ -719,7 +581,7 @@ TEST(ZarnData, NomenclatureValidationTakesTheFirstRuleThatApplies)
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(&row - rows);
-        ProbeData data(row.instantiator);
+        OpenData data(row.instantiator);
         const std::wstring log = widen(row.logName != nullptr ? row.logName : "");
         const std::wstring form = widen(row.formName != nullptr ? row.formName : "");
         int code = -1;
@@ -763,12 +625,7 @@ TEST(ZarnData, RecordingNomenclatureStoresCopiesAndOnlyTheHtmlKind)
 
 TEST(ZarnData, FileLogNameIsCopiedOnlyFromAnOpenLog)
 {
-    struct Row
-    {
-        bool named, open, buffer;
-        size_t size;
-        int code;
-    };
+    struct Row { bool named, open, buffer; size_t size; int code; };
     const wchar_t* kName = L"/tmp/zmu-name.htm"; // 17 characters
     const Row rows[] = {
         {true, true, false, 32, 63}, {true, false, true, 32, 61}, {false, true, true, 32, 62},
@@ -790,7 +647,7 @@ TEST(ZarnData, FileLogNameIsCopiedOnlyFromAnOpenLog)
                                                                    : std::wstring(18, L'?'));
         data.getFileLog()->m_logStream = nullptr;
     }
-    ProbeData locked;
+    OpenData locked;
     locked.refuseLock = true;
     wchar_t buffer[8];
     EXPECT_FALSE(locked.getFileLogName(buffer, 8));
@@ -799,20 +656,14 @@ TEST(ZarnData, FileLogNameIsCopiedOnlyFromAnOpenLog)
 
 TEST(ZarnData, ByteCountLimitKeepsItsBounds)
 {
-    struct Row
-    {
-        i64 instantiator;
-        bool refuseLock;
-        unsigned long long limit;
-        int code;
-    };
+    struct Row { i64 instantiator; bool refuseLock; unsigned long long limit; int code; };
     const Row rows[] = {
         {0, false, 1048576, 0},   {0, false, 78643200, 0},         {0, false, 1048575, 117},
         {0, false, 78643201, 116}, {kNonnative, false, 2097152, 115}, {0, true, 2097152, 262},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.limit);
-        ProbeData data(row.instantiator);
+        OpenData data(row.instantiator);
         data.refuseLock = row.refuseLock;
         TraceCapture capture;
         unsigned long long previous = 12345;

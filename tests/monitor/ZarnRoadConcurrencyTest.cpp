@@ -1,17 +1,17 @@
 // The road of a situation driven from several threads at once, through engines whose stages watch
 // the data set's lock.
 #include "monitor/Zarn.h"
-#include "monitor/ZarnData.h"
-#include "monitor/ZarnDataForThread.h"
+
+#include "MonitorRig.h"
 
 #include <gtest/gtest.h>
 
 #include "support/TestLogPath.h"
 
 #include <atomic>
-#include <memory>
 #include <thread>
-#include <vector>
+
+using monitor_test::OpenData;
 
 namespace {
 
@@ -66,31 +66,22 @@ private:
     std::thread::id m_thread;
 };
 
-class WatchedData : public ZarnData
+void nameLogFile(ZarnData& dataSet)
 {
-public:
-    mutable RoadWatch watch;
-
-protected:
-    ZarnDataForThread* newDataForThread() const override { return new WatchingEngine(&watch); }
-};
-
-template <class Data>
-std::unique_ptr<Data> makeDataSet()
-{
-    auto dataSet = std::make_unique<Data>();
-    dataSet->setCharSetExternal(2);
+    dataSet.setCharSetExternal(2);
     std::wstring logName = testLogPath(L"monitor");
-    dataSet->recordLogFileNomenclature(logName.data(), nullptr, Zarn_LOG_HTML);
-    return dataSet;
+    dataSet.recordLogFileNomenclature(logName.data(), nullptr, Zarn_LOG_HTML);
 }
 
 } // namespace
 
 TEST(ZarnRoadConcurrency, EachThreadRunsWholeSituationsUnderTheLockAndOnlyItsOwnFails)
 {
-    auto dataSet = makeDataSet<WatchedData>();
-    ASSERT_TRUE(dataSet->establishLogFile(true));
+    RoadWatch watch;
+    OpenData dataSet;
+    dataSet.makeEngine = [&watch] { return new WatchingEngine(&watch); };
+    nameLogFile(dataSet);
+    ASSERT_TRUE(dataSet.establishLogFile(true));
 
     std::vector<int> passed(kThreads, 0);
     std::vector<int> codes(kThreads, -1);
@@ -99,39 +90,40 @@ TEST(ZarnRoadConcurrency, EachThreadRunsWholeSituationsUnderTheLockAndOnlyItsOwn
         threads.emplace_back([&, t] {
             for (int round = 0; round < kSituations; ++round) {
                 const bool failing = t == kFailingThread && round == kFailingRound;
-                dataSet->recordSituationID(failing ? -(100 + t) : 100 + t);
-                if (dataSet->getSituationID() != (failing ? -(100 + t) : 100 + t))
+                dataSet.recordSituationID(failing ? -(100 + t) : 100 + t);
+                if (dataSet.getSituationID() != (failing ? -(100 + t) : 100 + t))
                     ADD_FAILURE() << "thread " << t << " sees another thread's situation";
-                if (dataSet->respondToSituation())
+                if (dataSet.respondToSituation())
                     ++passed[t];
             }
-            codes[t] = dataSet->getSelfDX_Code();
-            dataSet->removeThread();
+            codes[t] = dataSet.getSelfDX_Code();
+            dataSet.removeThread();
         });
     }
     for (std::thread& thread : threads)
         thread.join();
 
-    EXPECT_FALSE(dataSet->watch.overlapped) << "two situations were inside at once";
-    EXPECT_FALSE(dataSet->watch.foreignEngine) << "a thread ran on an engine it does not own";
+    EXPECT_FALSE(watch.overlapped) << "two situations were inside at once";
+    EXPECT_FALSE(watch.foreignEngine) << "a thread ran on an engine it does not own";
     for (int t = 0; t < kThreads; ++t) {
         SCOPED_TRACE(t);
         // With no tolerance the failing thread's code is sticky: its later situations are refused.
         EXPECT_EQ(passed[t], t == kFailingThread ? kFailingRound : kSituations);
         EXPECT_EQ(codes[t], t == kFailingThread ? kStageCode : 0);
     }
-    EXPECT_EQ(dataSet->watch.handled, (kThreads - 1) * kSituations + kFailingRound);
-    EXPECT_TRUE(dataSet->isSelfSatisfied()) << "the data set and this thread's engine stay clean";
+    EXPECT_EQ(watch.handled, (kThreads - 1) * kSituations + kFailingRound);
+    EXPECT_TRUE(dataSet.isSelfSatisfied()) << "the data set and this thread's engine stay clean";
 }
 
 // Through the front: each thread's situation lives in its own engine, whatever the stages make of it.
 TEST(ZarnRoadConcurrency, MonitorKeepsEachThreadsSituationApart)
 {
     Zarn::destroy();
-    auto dataSet = makeDataSet<ZarnData>();
-    dataSet->setSelfDX_FaultTolerance(Zarn_TOLERANCE_FORGIVING);
-    Zarn* monitor = Zarn::create(dataSet.get());
-    ASSERT_NE(monitor, nullptr) << dataSet->getSelfDX_Code();
+    ZarnData dataSet;
+    nameLogFile(dataSet);
+    dataSet.setSelfDX_FaultTolerance(Zarn_TOLERANCE_FORGIVING);
+    Zarn* monitor = Zarn::create(&dataSet);
+    ASSERT_NE(monitor, nullptr) << dataSet.getSelfDX_Code();
 
     std::atomic<int> failures{0};
     std::vector<std::thread> threads;

@@ -1,69 +1,17 @@
 #include "monitor/Zarn.h"
 
-#include "monitor/ZarnData.h"
-#include "monitor/ZarnDataForThread.h"
-#include "platform/Modules.h"
+#include "MonitorRig.h"
+#include "support/TestLogPath.h"
 #include "support/TraceCapture.h"
 
 #include <gtest/gtest.h>
 
-#include "support/TestLogPath.h"
-
-#include <cwchar>
+#include <algorithm>
 #include <memory>
-#include <string>
-#include <vector>
+
+using namespace monitor_test;
 
 namespace {
-
-constexpr int kFailingSituation = 13;
-constexpr int kStageCode = 4001; // what the recording engine's stage fails with
-
-// What the recording engine saw in its last description stage.
-struct Observations
-{
-    int described = 0;
-    u64 firstArg = 0;
-    u64 secondArg = 0;
-    HMODULE module = nullptr;
-};
-
-// Replaces the description stage: records the front's hand-over, and fails situation 13 after
-// leaving texts behind (a failed situation is not forgotten).
-class RecordingEngine : public ZarnDataForThread
-{
-public:
-    explicit RecordingEngine(Observations* seen) : m_seen(seen) {}
-
-    bool describeSituation() override
-    {
-        ++m_seen->described;
-        m_seen->module = getDataSet()->getResourceModule();
-        ZarnArgCursor* cursor = getDescriptionArgV();
-        m_seen->firstArg = cursor->isEmpty() ? 0 : cursor->nextSigned();
-        m_seen->secondArg = cursor->isEmpty() ? 0 : cursor->nextString();
-        if (getSituationID() != kFailingSituation)
-            return true;
-        std::wcscpy(m_descriptionForLogFile, L"log text of the failed situation");
-        std::wcscpy(m_descriptionForDisplay, L"display text");
-        setSelfDX_Code(kStageCode);
-        return false;
-    }
-
-private:
-    Observations* m_seen;
-};
-
-class RoadData : public ZarnData
-{
-public:
-    explicit RoadData(i64 instantiatorID = 0) : ZarnData(instantiatorID) {}
-    ZarnProxyRespondToSituation proxy() const { return m_proxyRespondToSituation; }
-    mutable Observations seen;
-
-protected:
-    ZarnDataForThread* newDataForThread() const override { return new RecordingEngine(&seen); }
-};
 
 // A monitor built without the registry, which can also lose its data set.
 class ProbeZarn : public Zarn
@@ -76,24 +24,31 @@ public:
 };
 
 // A data set that Zarn::create accepts; its log file is named but not opened.
-template <class Data = ZarnData>
-std::unique_ptr<Data> makeDataSet(i64 instantiatorID = 0)
+std::unique_ptr<OpenData> makeDataSet(i64 instantiatorID = 0)
 {
-    auto dataSet = std::make_unique<Data>(instantiatorID);
-    dataSet->setCharSetExternal(2);
-    dataSet->setArgsIntQty(3);
+    auto dataSet = std::make_unique<OpenData>(instantiatorID);
+    dataSet->configure(2, 3);
     std::wstring logName = testLogPath(L"monitor");
     dataSet->recordLogFileNomenclature(logName.data(), nullptr, Zarn_LOG_HTML);
     return dataSet;
 }
 
-std::unique_ptr<ProbeZarn> makeRoadMonitor(RoadData*& dataSet, i64 instantiatorID = 0)
+// A monitor outside the registry with scripted engines and an open log.
+struct RoadMonitor
 {
-    auto owned = makeDataSet<RoadData>(instantiatorID);
-    EXPECT_TRUE(owned->establishLogFile(true));
-    dataSet = owned.get();
-    return std::make_unique<ProbeZarn>(owned.release());
-}
+    RoadMonitor()
+    {
+        auto owned = makeDataSet();
+        owned->makeEngine = [this] { return new ScriptedEngine(script); };
+        EXPECT_TRUE(owned->establishLogFile(true)) << owned->getSelfDX_Code();
+        dataSet = owned.get();
+        monitor = std::make_unique<ProbeZarn>(owned.release());
+    }
+
+    Script script;
+    OpenData* dataSet = nullptr;
+    std::unique_ptr<ProbeZarn> monitor;
+};
 
 // Every test of the registry starts and ends with it empty.
 class ZarnRegistry : public testing::Test
@@ -170,14 +125,7 @@ TEST_F(ZarnRegistry, HolesAreNotReusedAndTheNextCreateOverwritesTheEntryAtTheCou
 
 TEST_F(ZarnRegistry, DestroyOneSearchesFromItsStartIndex)
 {
-    struct Row
-    {
-        const char* name;
-        int target;
-        int start;
-        bool wrap;
-        bool found;
-    };
+    struct Row { const char* name; int target; int start; bool wrap; bool found; };
     const Row rows[] = {
         {"plain search", 2, 0, false, true},
         {"start at the monitor", 3, 3, false, true},
@@ -221,43 +169,14 @@ TEST_F(ZarnRegistry, SetBehaviorCriteriaChangesEveryRegisteredMonitor)
     EXPECT_EQ(first->canRespondToSituations(), Zarn_FUZZY_NO);
 }
 
+// The new data set's code lands in the caller's: 2, for a non-native one without the proxy module.
 TEST_F(ZarnRegistry, NonnativeMonitorNeedsTheProxyModule)
 {
-    // Without the proxy loaded, the new data set's code (2) lands in the caller's. Another test
-    // of this program may hold the module loaded, which would hide the failure half.
-    if (GetModuleHandleW(L"cs4s3.dll") == nullptr) {
-        auto dataSet = makeDataSet(77);
-        EXPECT_EQ(Zarn::create(dataSet.get()), nullptr);
-        EXPECT_EQ(dataSet->getSelfDX_Code(), 2);
-    }
-
-    const std::string path = ZMU_TEST_MODULE_DIR "/libcs4s3.so";
-    HMODULE proxyModule = LoadLibraryW(std::wstring(path.begin(), path.end()).c_str());
-    ASSERT_NE(proxyModule, nullptr);
-    auto dataSet = makeDataSet(77);
-    EXPECT_NE(Zarn::create(dataSet.get()), nullptr) << dataSet->getSelfDX_Code();
-
-    // The data set resolves the module's entry, which records its calls for the reporting tests.
-    RoadData* roadData = nullptr;
-    auto monitor = makeRoadMonitor(roadData, 77);
-    ASSERT_EQ(reinterpret_cast<FARPROC>(roadData->proxy()), GetProcAddress(proxyModule, "ProxyRespondToSituation"));
-    auto reset = reinterpret_cast<void (*)()>(GetProcAddress(proxyModule, "zmuProxyReset"));
-    auto* count = reinterpret_cast<int*>(GetProcAddress(proxyModule, "zmuProxyCallCount"));
-    auto* refuses = reinterpret_cast<int*>(GetProcAddress(proxyModule, "zmuProxyRefuses"));
-    auto* description = reinterpret_cast<wchar_t*>(GetProcAddress(proxyModule, "zmuProxyLastDescription"));
-    auto* negatedID = reinterpret_cast<int*>(GetProcAddress(proxyModule, "zmuProxyLastNegatedSituationID"));
-    ASSERT_TRUE(reset && count && refuses && description && negatedID);
-    reset();
-    EXPECT_EQ(roadData->proxy()(11, 77, -5, L"%s", L"text"), 1);
-    *refuses = 1;
-    EXPECT_EQ(roadData->proxy()(11, 77, -6, L"%s", L"other"), 0);
-    EXPECT_EQ(*count, 2);
-    EXPECT_EQ(*negatedID, -6);
-    EXPECT_STREQ(description, L"other");
-    reset();
-    monitor.reset();
-    Zarn::destroy();
-    EXPECT_TRUE(FreeLibrary(proxyModule));
+    if (GetModuleHandleW(L"cs4s3.dll") != nullptr)
+        GTEST_SKIP() << "the proxy module is loaded already in this process";
+    auto dataSet = makeDataSet(kNonnative);
+    EXPECT_EQ(Zarn::create(dataSet.get()), nullptr);
+    EXPECT_EQ(dataSet->getSelfDX_Code(), 2);
 }
 
 TEST(Zarn, GetPrintableStringMarksNullAndOptionallyBlank)
@@ -317,26 +236,15 @@ TEST(Zarn, WithoutDataSetEveryOperationAnswersEmptyAndTheCodeIs265)
 
 TEST(Zarn, ReestablishLogFileKeepsTheFirstCodeAndTracesIt)
 {
-    struct Row
-    {
-        const char* name;
-        i64 instantiatorID;
-        int dataSetCode;
-        int expected;
-    };
+    struct Row { const char* name; i64 instantiatorID; int dataSetCode; int expected; };
     const Row rows[] = {
         {"native and clean", 0, 0, 0},
         {"not running natively", 9, 0, 141},
         {"the data set's code stands", 0, 7, 7},
     };
     // The clean row replaces the log for real, in the process's log directory: the tests' own here.
-    const std::wstring previous = ZarnData::getLogDirectory();
     const std::wstring sibling = testLogPath(L"successor");
-    const auto recordLogDirectory = [](const std::wstring& directory) {
-        ZarnData::setLogVariables(directory.c_str(), ZarnData::getLogOutputLevel(), ZarnData::getLogBackupEnabled(),
-                                  ZarnData::getLogMaxFileSize(), ZarnData::getLogMaxFileAge());
-    };
-    recordLogDirectory(sibling.substr(0, sibling.rfind(L'/') + 1));
+    ScopedLogDirectory logDirectory(sibling.substr(0, sibling.rfind(L'/') + 1));
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         ProbeZarn monitor(makeDataSet(row.instantiatorID).release());
@@ -350,58 +258,52 @@ TEST(Zarn, ReestablishLogFileKeepsTheFirstCodeAndTracesIt)
         monitor.forgetSelfDX_Code();
         EXPECT_EQ(monitor.getSelfDX_Code(), 0);
     }
-    recordLogDirectory(previous);
 }
 
 TEST(Zarn, BothRespondFormsHandOverArgumentsAndModuleAndDifferInTheirResult)
 {
-    struct Row
-    {
-        const char* name;
-        bool vectorForm;
-        int situationID;
-        bool result;
-        int code;
+    const struct { const char* name; bool vectorForm; int code; bool result; } rows[] = {
+        {"variadic, situation passes", false, 0, true},
+        {"variadic, situation fails: still true", false, 4001, true},
+        {"vector, situation passes", true, 0, true},
+        {"vector, situation fails", true, 4001, false},
     };
-    const Row rows[] = {
-        {"variadic, situation passes", false, 5, true, 0},
-        {"variadic, situation fails: still true", false, kFailingSituation, true, kStageCode},
-        {"vector, situation passes", true, 5, true, 0},
-        {"vector, situation fails", true, kFailingSituation, false, kStageCode},
-    };
-    RoadData* dataSet = nullptr;
-    auto monitor = makeRoadMonitor(dataSet);
+    RoadMonitor road;
+    OpenData* const dataSet = road.dataSet;
+    ProbeZarn* const monitor = road.monitor.get();
     const HMODULE home = dataSet->getResourceModule();
     const HMODULE visited = GetModuleHandleW(L"zmu.dll");
     ASSERT_NE(home, visited);
     const wchar_t* text = L"argument";
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        dataSet->seen = Observations();
+        road.script.reset();
+        if (row.code != 0)
+            road.script.failures = {{"describeSituation", row.code}};
         u64 slots[2] = {static_cast<u64>(-17), reinterpret_cast<u64>(text)};
         char* argV = reinterpret_cast<char*>(slots);
-        const bool result = row.vectorForm ? monitor->respondToSituation(row.situationID, &argV, visited)
-                                           : monitor->respondToSituation(row.situationID, visited, -17, text);
+        const bool result = row.vectorForm ? monitor->respondToSituation(5, &argV, visited)
+                                           : monitor->respondToSituation(5, visited, -17, text);
         EXPECT_EQ(result, row.result);
         EXPECT_EQ(monitor->getSelfDX_Code(), row.code);
-        EXPECT_EQ(dataSet->seen.described, 1);
-        EXPECT_EQ(dataSet->seen.firstArg, static_cast<u64>(-17));
-        EXPECT_EQ(dataSet->seen.secondArg, reinterpret_cast<u64>(text));
+        EXPECT_EQ(std::count(road.script.calls.begin(), road.script.calls.end(), "describeSituation"), 1);
+        EXPECT_EQ(road.script.firstArg, static_cast<u64>(-17));
+        EXPECT_EQ(road.script.secondArg, reinterpret_cast<u64>(text));
         if (row.vectorForm) {
             EXPECT_EQ(argV, reinterpret_cast<char*>(slots + 2)) << "the caller's own cursor was walked";
         }
-        EXPECT_EQ(dataSet->seen.module, visited);
+        EXPECT_EQ(road.script.module, visited);
         EXPECT_EQ(dataSet->getResourceModule(), home) << "restored after the situation";
         monitor->forgetSelfDX_Code();
+        monitor->forgetSituation();
     }
 }
 
 TEST(Zarn, DescriptionGettersEmptyTheBufferAndCutTheText)
 {
-    RoadData* dataSet = nullptr;
-    auto monitor = makeRoadMonitor(dataSet);
-    char* noArgs = nullptr;
-    EXPECT_FALSE(monitor->respondToSituation(kFailingSituation, &noArgs, nullptr)); // leaves its texts
+    RoadMonitor road;
+    ProbeZarn* const monitor = road.monitor.get();
+    road.dataSet->engine<ScriptedEngine>()->setDescriptions(L"display text", L"log text of the situation");
 
     wchar_t buffer[16];
     std::wmemset(buffer, L'x', 16);
@@ -414,50 +316,6 @@ TEST(Zarn, DescriptionGettersEmptyTheBufferAndCutTheText)
     EXPECT_FALSE(monitor->getDescriptionForDisplay(buffer, 0));
     EXPECT_EQ(buffer[0], L'\0');
     EXPECT_FALSE(monitor->getDescriptionForDisplay(nullptr, 16));
-}
-
-TEST(Zarn, HeldCodeIsStickyWithoutToleranceAndForgivenWithIt)
-{
-    for (Zarn_TOLERANCE tolerance : {Zarn_TOLERANCE_NONE, Zarn_TOLERANCE_FORGIVING}) {
-        SCOPED_TRACE(tolerance);
-        RoadData* dataSet = nullptr;
-        auto monitor = makeRoadMonitor(dataSet);
-        dataSet->setSelfDX_FaultTolerance(tolerance);
-        char* noArgs = nullptr;
-        EXPECT_FALSE(monitor->respondToSituation(kFailingSituation, &noArgs, nullptr));
-        EXPECT_EQ(dataSet->seen.described, 1);
-
-        const bool forgiving = tolerance == Zarn_TOLERANCE_FORGIVING;
-        EXPECT_EQ(monitor->respondToSituation(5, &noArgs, nullptr), forgiving);
-        EXPECT_EQ(dataSet->seen.described, forgiving ? 2 : 1) << "a held code stops before the stages";
-        EXPECT_EQ(monitor->getSelfDX_Code(), forgiving ? 0 : kStageCode);
-        monitor->forgetSelfDX_Code();
-        EXPECT_TRUE(monitor->respondToSituation(5, &noArgs, nullptr));
-    }
-}
-
-TEST(Zarn, CodeOnTheDataSetMakesEnginesUnobtainable)
-{
-    RoadData* dataSet = nullptr;
-    auto monitor = makeRoadMonitor(dataSet);
-    EXPECT_EQ(monitor->recordArgument(5, ZARN_ARG_NEXT), 0);
-    monitor->forgetSituation();
-
-    dataSet->setSelfDX_Code(77);
-    EXPECT_EQ(monitor->recordArgument(5, ZARN_ARG_NEXT), -1);
-    monitor->recordSituationID(9);
-    EXPECT_EQ(monitor->getSituationID(), 0);
-    EXPECT_TRUE(monitor->isSituationNormal());
-    wchar_t buffer[4];
-    EXPECT_FALSE(monitor->getDescriptionForLogFile(buffer, 4));
-    char* noArgs = nullptr;
-    EXPECT_FALSE(monitor->respondToSituation(5, &noArgs, nullptr));
-    EXPECT_TRUE(monitor->respondToSituation(5, nullptr, 1, L"x"));
-    EXPECT_EQ(dataSet->seen.described, 0);
-    EXPECT_EQ(monitor->getSelfDX_Code(), 77);
-
-    monitor->forgetSelfDX_Code();
-    EXPECT_EQ(monitor->recordArgument(5, ZARN_ARG_NEXT), 0);
 }
 
 TEST(Zarn, TraceLinesStopAt1023Characters)
