@@ -6,7 +6,6 @@
 #include <climits>
 #include <ctime>
 #include <cwchar>
-#include <iterator>
 #include <string>
 #include <tuple>
 
@@ -68,17 +67,14 @@ TEST(WindowsWideFormat, AgreesWithTheCLibraryOnPortableConversions)
 // An exact fit gets no terminator, a longer text is cut with -1; what Windows refuses is -1 with EINVAL.
 TEST(WindowsWideFormat, CountsAndCutsTheWindowsWay)
 {
-    wchar_t buffer[9] = L"########";
-    const auto formatInto7 = [&buffer](const wchar_t* format, auto... args) {
-        std::wmemset(buffer, L'#', 8);
-        return _snwprintf(buffer, 7, format, args...);
-    };
-    EXPECT_EQ(formatInto7(L"%s", L"abc"), 3);
-    EXPECT_EQ(std::wstring(buffer), L"abc");
-    EXPECT_EQ(formatInto7(L"%s", L"abcdefg"), 7);
-    EXPECT_EQ(std::wstring(buffer), L"abcdefg#");
-    EXPECT_EQ(formatInto7(L"%d-%s", 12345, L"overflow"), -1);
-    EXPECT_EQ(std::wstring(buffer), L"12345-o#");
+    const struct { const wchar_t* format; int count; const wchar_t* written; } rows[] = {
+        {L"abc", 3, L"abc"}, {L"abcdefg", 7, L"abcdefg#"}, {L"12345-overflow", -1, L"12345-o#"}};
+    wchar_t buffer[9];
+    for (const auto& row : rows) {
+        std::wcscpy(buffer, L"########");
+        EXPECT_EQ(_snwprintf(buffer, 7, L"%s", row.format), row.count) << row.format;
+        EXPECT_EQ(std::wstring(buffer), row.written);
+    }
     EXPECT_EQ(_snwprintf(nullptr, 0, L"%d %s", 42, L"answers"), 10);
 
     int count = 0;

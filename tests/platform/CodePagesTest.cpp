@@ -96,27 +96,29 @@ TEST(CodePages, LengthsAndTerminators)
     EXPECT_STREQ(narrowOut, "a\xC3\xA9z");
 }
 
+// Each argument that Windows checks, in both directions; for CP_UTF8 a default character or its
+// flag is refused too.
 TEST(CodePages, TooSmallOutputFails122AndBadArguments87)
 {
-    wchar_t wide[4];
-    char narrow[4];
+    wchar_t w[4];
+    char n[4];
     BOOL used = FALSE;
     const std::pair<std::function<int()>, DWORD> rows[] = {
-        {[&] { return MultiByteToWideChar(CP_ACP, 0, "abc", -1, wide, 3); }, 122},
-        {[&] { return WideCharToMultiByte(CP_ACP, 0, L"\x20AC", 1, narrow, 2, nullptr, nullptr); }, 122},
-        {[&] { return MultiByteToWideChar(1252, 0, "a", 1, wide, 4); }, 87},
-        {[&] { return MultiByteToWideChar(CP_ACP, 0, nullptr, 1, wide, 4); }, 87},
-        {[&] { return MultiByteToWideChar(CP_ACP, 0, "a", 0, wide, 4); }, 87},
-        {[&] { return MultiByteToWideChar(CP_ACP, 0, "a", -2, wide, 4); }, 87},
+        {[&] { return MultiByteToWideChar(CP_ACP, 0, "abc", -1, w, 3); }, 122},
+        {[&] { return WideCharToMultiByte(CP_ACP, 0, L"\x20AC", 1, n, 2, nullptr, nullptr); }, 122},
+        {[&] { return MultiByteToWideChar(1252, 0, "a", 1, w, 4); }, 87},
+        {[&] { return WideCharToMultiByte(1252, 0, L"a", 1, n, 4, nullptr, nullptr); }, 87},
+        {[&] { return MultiByteToWideChar(CP_ACP, 0, nullptr, 1, w, 4); }, 87},
+        {[&] { return WideCharToMultiByte(CP_ACP, 0, nullptr, 1, n, 4, nullptr, nullptr); }, 87},
+        {[&] { return MultiByteToWideChar(CP_ACP, 0, "a", 0, w, 4); }, 87},
+        {[&] { return WideCharToMultiByte(CP_ACP, 0, L"a", 0, n, 4, nullptr, nullptr); }, 87},
+        {[&] { return MultiByteToWideChar(CP_ACP, 0, "a", -2, w, 4); }, 87},
+        {[&] { return WideCharToMultiByte(CP_ACP, 0, L"a", -2, n, 4, nullptr, nullptr); }, 87},
         {[&] { return MultiByteToWideChar(CP_ACP, 0, "a", 1, nullptr, 4); }, 87},
-        {[&] { return MultiByteToWideChar(CP_ACP, 0, "a", 1, wide, -1); }, 87},
-        {[&] { return WideCharToMultiByte(1252, 0, L"a", 1, narrow, 4, nullptr, nullptr); }, 87},
-        {[&] { return WideCharToMultiByte(CP_ACP, 0, nullptr, 1, narrow, 4, nullptr, nullptr); }, 87},
-        {[&] { return WideCharToMultiByte(CP_ACP, 0, L"a", 0, narrow, 4, nullptr, nullptr); }, 87},
-        {[&] { return WideCharToMultiByte(CP_ACP, 0, L"a", -2, narrow, 4, nullptr, nullptr); }, 87},
         {[&] { return WideCharToMultiByte(CP_ACP, 0, L"a", 1, nullptr, 4, nullptr, nullptr); }, 87},
-        {[&] { return WideCharToMultiByte(CP_UTF8, 0, L"a", 1, narrow, 4, "?", nullptr); }, 87},
-        {[&] { return WideCharToMultiByte(CP_UTF8, 0, L"a", 1, narrow, 4, nullptr, &used); }, 87},
+        {[&] { return MultiByteToWideChar(CP_ACP, 0, "a", 1, w, -1); }, 87},
+        {[&] { return WideCharToMultiByte(CP_UTF8, 0, L"a", 1, n, 4, "?", nullptr); }, 87},
+        {[&] { return WideCharToMultiByte(CP_UTF8, 0, L"a", 1, n, 4, nullptr, &used); }, 87},
     };
     for (size_t i = 0; i < std::size(rows); ++i) {
         SCOPED_TRACE(i);
@@ -129,12 +131,14 @@ TEST(CodePages, TooSmallOutputFails122AndBadArguments87)
 // A surrogate or a value above U+10FFFF becomes U+FFFD, or the default character of code page 0.
 TEST(CodePages, NonScalarWideValuesBecomeReplacementOrFail1113)
 {
+    char narrow[8];
+    BOOL used = TRUE;
+    EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, L"ok", 2, narrow, 8, "?", &used), 2);
+    EXPECT_FALSE(used);
     for (wchar_t value : {wchar_t(0xD800), wchar_t(0xDFFF), wchar_t(0x110000), wchar_t(-1)}) {
         SCOPED_TRACE(long(value));
         const wchar_t text[] = {L'a', value, L'b'};
         EXPECT_EQ(toNarrow(std::wstring(text, 3)), "a\xEF\xBF\xBD" "b");
-        char narrow[8];
-        BOOL used = FALSE;
         EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, text, 3, narrow, 8, "?", &used), 3);
         EXPECT_EQ(std::string(narrow, 3), "a?b");
         EXPECT_TRUE(used);
@@ -142,10 +146,6 @@ TEST(CodePages, NonScalarWideValuesBecomeReplacementOrFail1113)
         EXPECT_EQ(WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, text, 3, narrow, 8, nullptr, nullptr), 0);
         EXPECT_EQ(GetLastError(), ERROR_NO_UNICODE_TRANSLATION);
     }
-    BOOL used = TRUE;
-    char narrow[8];
-    EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, L"ok", 2, narrow, 8, "?", &used), 2);
-    EXPECT_FALSE(used);
 }
 
 } // namespace

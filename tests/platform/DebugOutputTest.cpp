@@ -1,7 +1,5 @@
 #include "platform/DebugOutput.h"
 
-#include "support/TraceCapture.h"
-
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -20,69 +18,55 @@
 
 namespace {
 
-// Null texts write nothing; narrow text is read as UTF-8; errno is kept.
-TEST(DebugOutput, CaptureSeesEachTextWithoutItsLineEnd)
+void recordText(const wchar_t* text, void* context)
 {
-    TraceCapture capture;
+    static_cast<std::vector<std::wstring>*>(context)->push_back(text);
+}
+
+// Each text as given, narrow text read as UTF-8, null texts not at all; errno is kept. Replacing
+// the listener gives back the one it replaced, with its context.
+TEST(DebugOutput, ListenerSeesEachTextAsGivenUntilReplaced)
+{
+    std::vector<std::wstring> texts;
+    void* previousContext = &texts;
+    const DebugOutputListener previous = SetDebugOutputListener(&recordText, &texts, &previousContext);
     errno = ENOSPC;
-    for (const wchar_t* text : {L"caught exception #7\n", L"second\r\n", L"", static_cast<const wchar_t*>(nullptr)})
+    for (const wchar_t* text : {L"caught exception #7\r\n", L"", static_cast<const wchar_t*>(nullptr)})
         OutputDebugStringW(text);
     OutputDebugStringA("caf\xC3\xA9 \xE2\x82\xAC");
     OutputDebugStringA(nullptr);
     EXPECT_EQ(errno, ENOSPC);
-    EXPECT_EQ(capture.lines(), (std::vector<std::wstring>{L"caught exception #7", L"second", L"", L"caf\xE9 \x20AC"}));
-}
-
-TEST(DebugOutput, ListenerGetsTheTextAsGivenUntilReplaced)
-{
-    std::vector<std::wstring> texts;
-    const DebugOutputListener listen = [](const wchar_t* text, void* context) {
-        static_cast<std::vector<std::wstring>*>(context)->push_back(text);
-    };
-    void* previousContext = &texts;
-    const DebugOutputListener previous = SetDebugOutputListener(listen, &texts, &previousContext);
-    OutputDebugStringW(L"raw\n");
     void* returnedContext = nullptr;
-    EXPECT_EQ(SetDebugOutputListener(previous, previousContext, &returnedContext), listen);
+    EXPECT_EQ(SetDebugOutputListener(previous, previousContext, &returnedContext), &recordText);
     EXPECT_EQ(returnedContext, &texts);
     OutputDebugStringW(L"after removal");
-    EXPECT_EQ(texts, std::vector<std::wstring>{L"raw\n"});
+    EXPECT_EQ(texts, (std::vector<std::wstring>{L"caught exception #7\r\n", L"", L"caf\xE9 \x20AC"}));
 }
 
 // The target is read at a process's first line, so each case runs in a fresh child (a threadsafe
-// death test re-executes this program), which shows on stderr what its trace file received.
-void writeToTraceFile(const std::function<void()>& write)
+// death test re-executes this program). Without a target of its own, the child traces to a file
+// that held "earlier", and shows on stderr what the file holds at the end.
+void traceInChild(const char* target, const std::function<void()>& write)
 {
     std::string path = ::testing::TempDir() + "zmu_trace_XXXXXX";
     ::close(::mkstemp(&path[0]));
     std::ofstream(path) << "earlier\n";
-    ::setenv("ZMU_TRACE", path.c_str(), 1);
+    ::setenv("ZMU_TRACE", target != nullptr ? target : path.c_str(), 1);
     write();
-    std::cerr << std::ifstream(path).rdbuf();
+    if (target == nullptr)
+        std::cerr << std::ifstream(path).rdbuf();
     std::remove(path.c_str());
     std::_Exit(0);
 }
 
-// Appended, one marked line per text; a later change of ZMU_TRACE is not seen.
-TEST(DebugOutputDeathTest, FileTargetGetsOneMarkedLinePerText)
+// One marked line per text, its line ends dropped; a later change of ZMU_TRACE is not seen, and
+// lines that threads write at the same time stay whole.
+TEST(DebugOutputDeathTest, TargetsGetOneMarkedLinePerText)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const auto write = [] {
-        OutputDebugStringW(L"first text\n");
-        ::setenv("ZMU_TRACE", "stderr", 1);
-        OutputDebugStringW(L"second caf\xE9\r\n");
-        OutputDebugStringA("third");
-    };
-    EXPECT_EXIT(writeToTraceFile(write), ::testing::ExitedWithCode(0),
-                "^earlier\nzmu\\[[0-9]+:[0-9]+\\] first text\nzmu\\[[0-9]+:[0-9]+\\] second caf\xC3\xA9\n"
-                "zmu\\[[0-9]+:[0-9]+\\] third\n$");
-}
-
-// Lines that threads write at the same time stay whole, and none is lost.
-TEST(DebugOutputDeathTest, LinesFromManyThreadsStayWhole)
-{
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const auto write = [] {
+    const std::string mark = "zmu\\[[0-9]+:[0-9]+\\] ";
+    const auto aLine = [] { OutputDebugStringW(L"a line\n"); };
+    const auto manyThreads = [] {
         std::vector<std::thread> threads;
         for (int t = 0; t < 4; ++t) {
             threads.emplace_back([t] {
@@ -93,26 +77,21 @@ TEST(DebugOutputDeathTest, LinesFromManyThreadsStayWhole)
         for (std::thread& thread : threads)
             thread.join();
     };
-    EXPECT_EXIT(writeToTraceFile(write), ::testing::ExitedWithCode(0),
-                "^earlier\n(zmu\\[[0-9]+:[0-9]+\\] [0-3] x+\n){100}$");
-}
-
-TEST(DebugOutputDeathTest, StderrTargetAndAnUnopenableFile)
-{
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const std::pair<const char*, const char*> rows[] = {
-        {"stderr", "^zmu\\[[0-9]+:[0-9]+\\] a line\n$"},
-        {"/nonexistent-zmu-dir/trace.log", "^$"}, // the line is lost quietly
+    const auto texts = [] {
+        OutputDebugStringW(L"first text\n");
+        ::setenv("ZMU_TRACE", "stderr", 1);
+        OutputDebugStringW(L"second caf\xE9\r\n");
+        OutputDebugStringA("third");
     };
-    for (const auto& [target, output] : rows) {
-        SCOPED_TRACE(target);
-        EXPECT_EXIT(
-            {
-                ::setenv("ZMU_TRACE", target, 1);
-                OutputDebugStringW(L"a line\n");
-                std::_Exit(0);
-            },
-            ::testing::ExitedWithCode(0), output);
+    const struct { const char* target; std::function<void()> write; std::string output; } rows[] = {
+        {nullptr, texts, "^earlier\n" + mark + "first text\n" + mark + "second caf\xC3\xA9\n" + mark + "third\n$"},
+        {nullptr, manyThreads, "^earlier\n(" + mark + "[0-3] x+\n){100}$"},
+        {"stderr", aLine, "^" + mark + "a line\n$"},
+        {"/nonexistent-zmu-dir/trace.log", aLine, "^$"}, // the line is lost quietly
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.output);
+        EXPECT_EXIT(traceInChild(row.target, row.write), ::testing::ExitedWithCode(0), row.output);
     }
 }
 
@@ -124,10 +103,8 @@ TEST(DebugOutputConcurrency, ReplacedListenerIsNotCalledAnyMore)
     std::vector<std::thread> writers;
     for (int t = 0; t < 3; ++t) {
         writers.emplace_back([&stop] {
-            while (!stop) {
+            for (; !stop; std::this_thread::yield())
                 OutputDebugStringW(L"busy");
-                std::this_thread::yield();
-            }
         });
     }
     const DebugOutputListener count = [](const wchar_t* text, void* context) {

@@ -1,17 +1,17 @@
 #include "platform/EventLog.h"
 
-#include "platform/LastError.h"
+#include "PlatformRig.h"
 #include "support/JournalSandbox.h"
 
-#include <gtest/gtest.h>
-
-#include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
 namespace {
+
+using platform_test::kUntouched;
 
 const wchar_t* testMessages(DWORD eventID)
 {
@@ -42,7 +42,6 @@ class EventLogJournalConcurrency : public EventLogJournal
 
 TEST(EventLog, RefusalsNameTheirErrorAndSuccessKeepsTheLastError)
 {
-    constexpr DWORD kUntouched = 0xBADu; // the row succeeds
     HANDLE closed = RegisterEventSourceW(nullptr, L"closed");
     ASSERT_TRUE(DeregisterEventSource(closed));
     HANDLE open = nullptr;
@@ -51,13 +50,7 @@ TEST(EventLog, RefusalsNameTheirErrorAndSuccessKeepsTheLastError)
         return ReportEventW(source, 4, 0, 0x40000011, nullptr, count, dataSize, withStrings ? strings : nullptr,
                             nullptr) != FALSE;
     };
-    struct Row
-    {
-        const char* name;
-        std::function<bool()> succeeds;
-        DWORD error;
-    };
-    const Row rows[] = {
+    platform_test::expectOutcomes({
         {"narrow source null", [] { return RegisterEventSourceA(nullptr, nullptr) != nullptr; }, 87},
         {"wide source null", [] { return RegisterEventSourceW(nullptr, nullptr) != nullptr; }, 87},
         {"a server is not examined", [&] { return (open = RegisterEventSourceW(L"\\\\far", L"open")) != nullptr; },
@@ -68,43 +61,34 @@ TEST(EventLog, RefusalsNameTheirErrorAndSuccessKeepsTheLastError)
         {"strings announced but null", [&] { return report(open, 1, 0, false); }, 87},
         {"raw data announced but null", [&] { return report(open, 0, 1, true); }, 87},
         {"closing an open source", [&] { return DeregisterEventSource(open) != FALSE; }, kUntouched},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        SetLastError(kUntouched);
-        EXPECT_EQ(row.succeeds(), row.error == kUntouched);
-        EXPECT_EQ(GetLastError(), row.error);
-    }
+    });
 }
 
+// Exactly these fields: the message, the priority from the id's severity, the source's name, the
+// id, type and category, and each string.
 TEST_F(EventLogJournal, EachReportIsOneEntryWithItsFields)
 {
-    struct Row
-    {
+    const struct {
         const char* name;
         DWORD eventID;
         WORD type;
         std::vector<const wchar_t*> strings;
-        std::vector<std::string> stringFields;
-        const char* message;
-        const char* priority;
-        const char* eventIDText;
-    };
-    const Row rows[] = {
-        {"success", 0x10, 0, {L"once"}, {"once"}, "Succeeded once", "5", "0x00000010"},
-        {"informational, an insert without format", 0x40000011, 4, {L"a", L"b"}, {"a", "b"}, "Told a and b.", "6",
-         "0x40000011"},
-        {"warning", 0x80000012, 2, {L"w"}, {"w"}, "Warned w", "4", "0x80000012"},
-        {"error", 0xC0000013, 1, {L"e"}, {"e"}, "Failed e", "3", "0xC0000013"},
-        {"missing strings show as inserts", 0x40000014, 4, {L"one"}, {"one"}, "Only one and %2, never %3", "6",
-         "0x40000014"},
-        {"beyond ASCII, a null string", 0x40000011, 4, {L"Zo\u00eb \u2713", nullptr}, {"Zo\xC3\xAB \xE2\x9C\x93", ""},
-         "Told Zo\xC3\xAB \xE2\x9C\x93 and (null).", "6", "0x40000011"},
-        {"no text for the id", 0x4000ABCD, 4, {L"l", L"r"}, {"l", "r"}, "Event 0x4000ABCD l r", "6", "0x4000ABCD"},
+        std::vector<std::string> fields; // the message, the priority, the id, the strings
+    } rows[] = {
+        {"success", 0x10, 0, {L"once"}, {"Succeeded once", "5", "0x00000010", "once"}},
+        {"informational, an insert without format", 0x40000011, 4, {L"a", L"b"},
+         {"Told a and b.", "6", "0x40000011", "a", "b"}},
+        {"warning", 0x80000012, 2, {L"w"}, {"Warned w", "4", "0x80000012", "w"}},
+        {"error", 0xC0000013, 1, {L"e"}, {"Failed e", "3", "0xC0000013", "e"}},
+        {"missing strings show as inserts", 0x40000014, 4, {L"one"},
+         {"Only one and %2, never %3", "6", "0x40000014", "one"}},
+        {"beyond ASCII, a null string", 0x40000011, 4, {L"Zo\u00eb \u2713", nullptr},
+         {"Told Zo\xC3\xAB \xE2\x9C\x93 and (null).", "6", "0x40000011", "Zo\xC3\xAB \xE2\x9C\x93", ""}},
+        {"no text for the id", 0x4000ABCD, 4, {L"l", L"r"}, {"Event 0x4000ABCD l r", "6", "0x4000ABCD", "l", "r"}},
     };
     JournalSandbox::run([&rows](JournalSandbox& journal) {
         bool narrow = false;
-        for (const Row& row : rows) {
+        for (const auto& row : rows) {
             SCOPED_TRACE(row.name);
             narrow = !narrow;
             HANDLE source = narrow ? RegisterEventSourceA(nullptr, "narrow") : RegisterEventSourceW(nullptr, L"wide");
@@ -115,16 +99,16 @@ TEST_F(EventLogJournal, EachReportIsOneEntryWithItsFields)
 
             const std::vector<JournalEntry> entries = journal.takeEntries();
             ASSERT_EQ(entries.size(), 1u);
-            const JournalEntry& entry = entries[0];
-            EXPECT_EQ(entry.value("MESSAGE"), row.message);
-            EXPECT_EQ(entry.value("PRIORITY"), row.priority);
-            EXPECT_EQ(entry.value("SYSLOG_IDENTIFIER"), narrow ? "narrow" : "wide");
-            EXPECT_EQ(entry.value("ZMU_EVENT_ID"), row.eventIDText);
-            EXPECT_EQ(entry.value("ZMU_EVENT_TYPE"), std::to_string(row.type));
-            EXPECT_EQ(entry.value("ZMU_EVENT_CATEGORY"), "7");
-            for (size_t index = 0; index < row.stringFields.size(); ++index)
-                EXPECT_EQ(entry.value("ZMU_STRING_" + std::to_string(index + 1)), row.stringFields[index]);
-            EXPECT_EQ(entry.fields.size(), 6 + strings.size()) << "no field beyond the strings";
+            std::multiset<std::string> expected = {
+                "MESSAGE=" + row.fields[0], "PRIORITY=" + row.fields[1], "ZMU_EVENT_ID=" + row.fields[2],
+                std::string("SYSLOG_IDENTIFIER=") + (narrow ? "narrow" : "wide"),
+                "ZMU_EVENT_TYPE=" + std::to_string(row.type), "ZMU_EVENT_CATEGORY=7"};
+            for (size_t index = 3; index < row.fields.size(); ++index)
+                expected.insert("ZMU_STRING_" + std::to_string(index - 2) + "=" + row.fields[index]);
+            std::multiset<std::string> actual;
+            for (const auto& [name, value] : entries[0].fields)
+                actual.insert(name + "=" + value);
+            EXPECT_EQ(actual, expected);
         }
     });
 }
@@ -165,10 +149,11 @@ TEST_F(EventLogJournal, WithNoJournalToReachAReportFailsWithItsError)
         JournalSandbox::run([removeSocket](JournalSandbox& journal) {
             HANDLE source = RegisterEventSourceW(nullptr, L"unheard");
             journal.stopReceiving(removeSocket);
-            SetLastError(0);
             const wchar_t* strings[] = {L"x"};
-            EXPECT_FALSE(ReportEventW(source, 4, 0, 0x40000011, nullptr, 1, 0, strings, nullptr));
-            EXPECT_EQ(GetLastError(), ERROR_SERVICE_NOT_ACTIVE);
+            EXPECT_EQ(platform_test::outcomeOf([&] {
+                          return ReportEventW(source, 4, 0, 0x40000011, nullptr, 1, 0, strings, nullptr) != FALSE;
+                      }),
+                      ERROR_SERVICE_NOT_ACTIVE);
             DeregisterEventSource(source);
         });
     }

@@ -4,15 +4,11 @@
 
 #include <string>
 
+namespace {
+
 TEST(MessageBoxW, AnswersWithTheDefaultButtonOfTheStyle)
 {
-    struct Row
-    {
-        const char* name;
-        UINT type;
-        int expected;
-    };
-    const Row rows[] = {
+    const struct { const char* name; UINT type; int answer; } rows[] = {
         {"ok", MB_OK, IDOK},
         {"yes or no", MB_YESNO, IDYES},
         {"icon bits change nothing", MB_YESNO | MB_ICONERROR, IDYES},
@@ -23,35 +19,28 @@ TEST(MessageBoxW, AnswersWithTheDefaultButtonOfTheStyle)
         {"fourth button never exists", MB_CANCELTRYCONTINUE | MB_DEFBUTTON4, IDCANCEL},
         {"unknown button set", 0xF, IDOK},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& row : rows) {
         testing::internal::CaptureStderr();
         const int answer = MessageBoxW(nullptr, L"text", L"caption", row.type);
         testing::internal::GetCapturedStderr();
-        EXPECT_EQ(answer, row.expected);
+        EXPECT_EQ(answer, row.answer) << row.name;
     }
 }
 
 TEST(MessageBoxW, WritesCaptionAndTextToStandardErrorAsOneBlock)
 {
-    struct Row
-    {
-        const char* name;
-        const wchar_t* text;
-        const wchar_t* caption;
-        std::string expected;
-    };
-    const Row rows[] = {
+    const struct { const char* name; const wchar_t* text; const wchar_t* caption; const char* written; } rows[] = {
         {"lines and non-ASCII text", L"line one\nline two", L"Caption \u00fc",
          "[Caption \xc3\xbc]\nline one\nline two\n"},
         {"a text ending in a line break gets no second one", L"done\n", L"C", "[C]\ndone\n"},
         {"null caption is Error, as on Windows", L"t", nullptr, "[Error]\nt\n"},
         {"null text", nullptr, L"C", "[C]\n"},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& row : rows) {
         testing::internal::CaptureStderr();
         MessageBoxW(nullptr, row.text, row.caption, MB_OK);
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), row.expected);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), row.written) << row.name;
     }
 }
+
+} // namespace

@@ -1,24 +1,20 @@
-#include "platform/LastError.h"
 #include "platform/Modules.h"
 
-#include <gtest/gtest.h>
+#include "PlatformRig.h"
 
 #include <dlfcn.h>
 
 #include <cstdlib>
 #include <cwchar>
-#include <functional>
 #include <iterator>
 #include <string>
 
 namespace {
 
-const std::string kModuleDir = ZMU_TEST_MODULE_DIR;
+using platform_test::outcomeOf;
+using platform_test::widen;
 
-std::wstring widen(const std::string& ascii)
-{
-    return std::wstring(ascii.begin(), ascii.end());
-}
+const std::string kModuleDir = ZMU_TEST_MODULE_DIR;
 
 std::string canonical(const std::string& path)
 {
@@ -57,18 +53,15 @@ TEST(Modules, ProcessImageAndZmuDllAreTheLoadersOwn)
     void* const stringTable = ::dlsym(RTLD_DEFAULT, "ZRLoadStringW");
     ASSERT_NE(stringTable, nullptr);
     EXPECT_EQ(reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(zmu), "ZRLoadStringW")), stringTable);
-    SetLastError(0);
-    EXPECT_EQ(GetProcAddress(static_cast<HMODULE>(image), "ZRLoadStringW"), nullptr);
-    EXPECT_EQ(GetLastError(), ERROR_PROC_NOT_FOUND);
+    EXPECT_EQ(outcomeOf([&] { return GetProcAddress(static_cast<HMODULE>(image), "ZRLoadStringW"); }),
+              ERROR_PROC_NOT_FOUND);
 }
 
 // "x.dll" and "x.exe" load libx.so; finding by any name works only while loaded and takes no count.
 TEST(Modules, LoadsByWindowsNameAndFindsOnlyWhileLoaded)
 {
     const std::string path = kModuleDir + "/libzmu_test_strings.so";
-    SetLastError(0);
-    EXPECT_EQ(GetModuleHandleW(L"zmu_test_strings.dll"), nullptr);
-    EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND);
+    EXPECT_EQ(outcomeOf([] { return GetModuleHandleW(L"zmu_test_strings.dll"); }), ERROR_MOD_NOT_FOUND);
 
     const HMODULE loaded = LoadLibraryW(widen(kModuleDir + "/zmu_test_strings.dll").c_str());
     ASSERT_NE(loaded, nullptr);
@@ -90,6 +83,7 @@ TEST(Modules, LoadsByWindowsNameAndFindsOnlyWhileLoaded)
     EXPECT_EQ(GetModuleHandleW(L"zmu_test_strings.dll"), nullptr);
 }
 
+// Cut to the buffer with 122, also when only the terminator does not fit.
 TEST(Modules, FileNameIsCutToTheBufferWith122)
 {
     const std::string full = fileNameOf(nullptr);
@@ -99,7 +93,7 @@ TEST(Modules, FileNameIsCutToTheBufferWith122)
     EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
     EXPECT_EQ(std::wstring(buffer), widen(full.substr(0, 4)));
     EXPECT_EQ(buffer[5], L'#');
-    std::wstring exact(full.size(), L'#'); // room for the text, not for its terminator
+    std::wstring exact(full.size(), L'#');
     SetLastError(0);
     EXPECT_EQ(GetModuleFileNameW(nullptr, &exact[0], DWORD(full.size())), full.size());
     EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
@@ -128,35 +122,28 @@ TEST_F(LoadedModules, ExportsComeOnlyFromTheModuleItself)
     EXPECT_EQ(marker(), 42);
     EXPECT_NE(GetProcAddress(m_strings, "ZRLoadStringW"), nullptr);
     ASSERT_NE(::dlsym(static_cast<void*>(m_strings), "wcslen"), nullptr);
-    SetLastError(0);
-    EXPECT_EQ(GetProcAddress(m_strings, "wcslen"), nullptr);
-    EXPECT_EQ(GetLastError(), ERROR_PROC_NOT_FOUND);
+    EXPECT_EQ(outcomeOf([this] { return GetProcAddress(m_strings, "wcslen"); }), ERROR_PROC_NOT_FOUND);
 }
 
 TEST_F(LoadedModules, FailuresSetTheirCodes)
 {
     wchar_t buffer[4];
-    const std::pair<std::function<bool()>, DWORD> rows[] = {
-        {[] { return LoadLibraryW(L"zmu_no_such_module.dll") != nullptr; }, ERROR_MOD_NOT_FOUND},
-        {[] { return LoadLibraryW(nullptr) != nullptr; }, ERROR_INVALID_PARAMETER},
-        {[] { return LoadLibraryW(L"") != nullptr; }, ERROR_INVALID_PARAMETER},
-        {[] { return LoadLibraryExW(L"zmu.dll", reinterpret_cast<HANDLE>(1), 0) != nullptr; }, ERROR_INVALID_PARAMETER},
-        {[] { return GetModuleHandleW(L"zmu_no_such_module.dll") != nullptr; }, ERROR_MOD_NOT_FOUND},
-        {[] { return GetProcAddress(nullptr, "GetLastError") != nullptr; }, ERROR_INVALID_HANDLE},
-        {[this] { return GetProcAddress(m_strings, "zmuNoSuchEntry") != nullptr; }, ERROR_PROC_NOT_FOUND},
-        {[this] { return GetProcAddress(m_strings, nullptr) != nullptr; }, ERROR_PROC_NOT_FOUND},
-        {[] { return FreeLibrary(nullptr) != FALSE; }, ERROR_INVALID_HANDLE},
-        {[&] { return GetModuleFileNameW(nullptr, buffer, 0) != 0; }, ERROR_INSUFFICIENT_BUFFER},
-        {[] { return GetModuleFileNameW(nullptr, nullptr, 5) != 0; }, ERROR_INVALID_PARAMETER},
-        {[&] { return LoadStringW(m_plain, 1, buffer, 0) != 0; }, ERROR_INVALID_PARAMETER},
-        {[&] { return LoadStringW(m_strings, 1, nullptr, 4) != 0; }, ERROR_INVALID_PARAMETER},
-    };
-    for (size_t i = 0; i < std::size(rows); ++i) {
-        SCOPED_TRACE(i);
-        SetLastError(0);
-        EXPECT_FALSE(rows[i].first());
-        EXPECT_EQ(GetLastError(), rows[i].second);
-    }
+    platform_test::expectOutcomes({
+        {"no such module", [] { return LoadLibraryW(L"zmu_no_such_module.dll"); }, ERROR_MOD_NOT_FOUND},
+        {"null name", [] { return LoadLibraryW(nullptr); }, ERROR_INVALID_PARAMETER},
+        {"empty name", [] { return LoadLibraryW(L""); }, ERROR_INVALID_PARAMETER},
+        {"a file handle", [] { return LoadLibraryExW(L"zmu.dll", reinterpret_cast<HANDLE>(1), 0); },
+         ERROR_INVALID_PARAMETER},
+        {"not loaded", [] { return GetModuleHandleW(L"zmu_no_such_module.dll"); }, ERROR_MOD_NOT_FOUND},
+        {"entry of null", [] { return GetProcAddress(nullptr, "GetLastError"); }, ERROR_INVALID_HANDLE},
+        {"no such entry", [this] { return GetProcAddress(m_strings, "zmuNoSuchEntry"); }, ERROR_PROC_NOT_FOUND},
+        {"null entry name", [this] { return GetProcAddress(m_strings, nullptr); }, ERROR_PROC_NOT_FOUND},
+        {"free null", [] { return FreeLibrary(nullptr); }, ERROR_INVALID_HANDLE},
+        {"file name, no room", [&] { return GetModuleFileNameW(nullptr, buffer, 0); }, ERROR_INSUFFICIENT_BUFFER},
+        {"file name, no buffer", [] { return GetModuleFileNameW(nullptr, nullptr, 5); }, ERROR_INVALID_PARAMETER},
+        {"string, no room", [&] { return LoadStringW(m_plain, 1, buffer, 0); }, ERROR_INVALID_PARAMETER},
+        {"string, no buffer", [&] { return LoadStringW(m_strings, 1, nullptr, 4); }, ERROR_INVALID_PARAMETER},
+    });
 }
 
 // A module without a string loader has no strings: 1814, as for an id its loader lacks.
@@ -182,9 +169,7 @@ TEST_F(LoadedModules, LoadStringAnswersThroughTheModulesLoader)
     char narrow[8];
     EXPECT_EQ(LoadStringA(m_strings, 7, narrow, 7), 6);
     EXPECT_STREQ(narrow, "seven:");
-    SetLastError(0);
-    EXPECT_EQ(LoadStringA(m_strings, 3, narrow, 8), 0);
-    EXPECT_EQ(GetLastError(), 1814u);
+    EXPECT_EQ(outcomeOf([&] { return LoadStringA(m_strings, 3, narrow, 8); }), 1814u);
     EXPECT_STREQ(narrow, "");
 }
 

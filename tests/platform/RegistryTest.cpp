@@ -9,7 +9,6 @@
 #include <atomic>
 #include <cstdint>
 #include <cwchar>
-#include <cwctype>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -45,45 +44,39 @@ TEST(Registry, ValuesKeepTheirTypeAndBytes)
     const RegistrySandbox sandbox;
     const wchar_t text[] = L"Farrowlink";
     const auto* t = reinterpret_cast<const BYTE*>(text);
-    const struct
-    {
-        const wchar_t* name;
-        DWORD type;
-        std::vector<BYTE> bytes;
-    } rows[] = {
-        {L"Dword", REG_DWORD, {7, 0, 0, 0}},
-        {L"Text", REG_SZ, {t, t + sizeof text}},
-        {L"Binary", REG_BINARY, {0x00, '\n', 0xFF, '=', 0x00}},
-        {L"", REG_BINARY, {}}, // the default value, empty
+    const struct { const wchar_t* name; const wchar_t* otherCase; DWORD type; std::vector<BYTE> bytes; } rows[] = {
+        {L"Dword", L"DWORD", REG_DWORD, {7, 0, 0, 0}},
+        {L"Text", L"tEXT", REG_SZ, {t, t + sizeof text}},
+        {L"Binary", L"binary", REG_BINARY, {0x00, '\n', 0xFF, '=', 0x00}},
+        {L"", L"", REG_BINARY, {}}, // the default value, empty
     };
     const Key writer(kAppServer);
     ASSERT_EQ(writer.result, LONG(ERROR_SUCCESS));
     for (const auto& row : rows)
         ASSERT_EQ(RegSetValueExW(writer.handle, row.name, 0, row.type, row.bytes.data(), DWORD(row.bytes.size())), 0);
     HKEY reader = nullptr;
-    ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"software\\QUORVANE\\farrowlink\\appserver\\", 0, KEY_READ, &reader), 0);
+    ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"software\\QUORVANE\\farrowlink\\appserver\\", 0, KEY_READ, &reader),
+              0);
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << "type " << row.type << ", " << row.bytes.size() << " bytes");
-        std::wstring name(row.name);
-        for (wchar_t& c : name)
-            c = wchar_t(std::towupper(wint_t(c)));
         const auto size = DWORD(row.bytes.size());
         DWORD type = REG_NONE;
         DWORD room = 0;
-        EXPECT_EQ(RegQueryValueExW(reader, name.c_str(), nullptr, &type, nullptr, &room), 0);
+        EXPECT_EQ(RegQueryValueExW(reader, row.otherCase, nullptr, &type, nullptr, &room), 0);
         EXPECT_EQ(type, row.type);
         EXPECT_EQ(room, size);
         std::vector<BYTE> buffer(size + 1, 0xAB);
         if (size > 0) {
             room = size - 1;
             type = REG_NONE;
-            EXPECT_EQ(RegQueryValueExW(reader, name.c_str(), nullptr, &type, buffer.data(), &room), LONG(ERROR_MORE_DATA));
+            EXPECT_EQ(RegQueryValueExW(reader, row.otherCase, nullptr, &type, buffer.data(), &room),
+                      LONG(ERROR_MORE_DATA));
             EXPECT_EQ(room, size);
             EXPECT_EQ(type, row.type);
             EXPECT_EQ(buffer, std::vector<BYTE>(size + 1, 0xAB));
         }
         room = size;
-        EXPECT_EQ(RegQueryValueExW(reader, name.c_str(), nullptr, nullptr, buffer.data(), &room), 0);
+        EXPECT_EQ(RegQueryValueExW(reader, row.otherCase, nullptr, nullptr, buffer.data(), &room), 0);
         EXPECT_EQ(std::vector<BYTE>(buffer.begin(), buffer.begin() + room), row.bytes);
     }
     // The documented file of a value; other content reads as 1015.
@@ -111,12 +104,7 @@ TEST(Registry, ArgumentsHandlesAndRightsGiveWindowsCodes)
     const BYTE data[4] = {};
     DWORD reserved = 0, size = 8;
     // Braced rows run in order: "close twice" follows the other uses of `closed`.
-    const struct
-    {
-        const char* call;
-        LONG result;
-        DWORD expected;
-    } rows[] = {
+    const struct { const char* call; LONG result; DWORD expected; } rows[] = {
         {"open closed", RegOpenKeyExW(closed, L"", 0, KEY_READ, &opened), ERROR_INVALID_HANDLE},
         {"query closed", RegQueryValueExW(closed, L"v", nullptr, nullptr, nullptr, &size), ERROR_INVALID_HANDLE},
         {"close twice", RegCloseKey(closed), ERROR_INVALID_HANDLE},
@@ -136,10 +124,8 @@ TEST(Registry, ArgumentsHandlesAndRightsGiveWindowsCodes)
         {"set, right", RegSetValueExW(writeOnly, L"v", 0, REG_DWORD, data, 4), ERROR_SUCCESS},
         {"query, right", RegQueryValueExW(readOnly, L"v", nullptr, nullptr, nullptr, &size), ERROR_SUCCESS},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.call);
-        EXPECT_EQ(row.result, LONG(row.expected));
-    }
+    for (const auto& row : rows)
+        EXPECT_EQ(row.result, LONG(row.expected)) << row.call;
     EXPECT_EQ(opened, nullptr);
     RegCloseKey(readOnly);
     RegCloseKey(writeOnly);

@@ -1,19 +1,17 @@
-#include "platform/LastError.h"
 #include "platform/Synchronization.h"
 
-#include <gtest/gtest.h>
+#include "PlatformRig.h"
 
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <future>
-#include <iterator>
 #include <memory>
 #include <thread>
 #include <vector>
 
 namespace {
 
+using platform_test::outcomeOf;
 using Clock = std::chrono::steady_clock;
 using Handle = std::unique_ptr<void, BOOL (*)(HANDLE)>;
 
@@ -59,9 +57,8 @@ TEST(Event, NamedEventIsSharedWithinTheProcess)
     SetEvent(first);
     EXPECT_EQ(WaitForSingleObject(second, 0), WAIT_OBJECT_0);
     EXPECT_EQ(WaitForSingleObject(second, 0), WAIT_OBJECT_0); // manual reset, as the first create made it
-    SetLastError(0);
-    EXPECT_EQ(CreateMutexA(nullptr, FALSE, "zmu.SynchronizationTest.shared"), nullptr);
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(outcomeOf([] { return CreateMutexA(nullptr, FALSE, "zmu.SynchronizationTest.shared"); }),
+              ERROR_INVALID_HANDLE);
 
     EXPECT_TRUE(CloseHandle(first));
     EXPECT_TRUE(CloseHandle(second));
@@ -80,9 +77,7 @@ TEST(Mutex, IsRecursiveAndCountsReleases)
     EXPECT_EQ(WaitForSingleObject(mutex.get(), INFINITE), WAIT_OBJECT_0);
     for (int release = 1; release <= 3; ++release)
         EXPECT_TRUE(ReleaseMutex(mutex.get())) << "release " << release;
-    SetLastError(0);
-    EXPECT_FALSE(ReleaseMutex(mutex.get()));
-    EXPECT_EQ(GetLastError(), ERROR_NOT_OWNER);
+    EXPECT_EQ(outcomeOf([&] { return ReleaseMutex(mutex.get()); }), ERROR_NOT_OWNER);
 }
 
 TEST(Handles, NullClosedAndWrongKindFailWith6)
@@ -91,19 +86,16 @@ TEST(Handles, NullClosedAndWrongKindFailWith6)
     ASSERT_TRUE(CloseHandle(closed));
     const Handle mutex = owned(CreateMutexA(nullptr, FALSE, nullptr));
     const Handle event = owned(CreateEventA(nullptr, TRUE, FALSE, nullptr));
-    const std::function<bool()> rows[] = {
-        [] { return WaitForSingleObject(nullptr, 0) != WAIT_FAILED; },
-        [&] { return WaitForSingleObject(closed, 0) != WAIT_FAILED; },
-        [] { return CloseHandle(nullptr); },           [&] { return CloseHandle(closed); },
-        [&] { return SetEvent(closed); },              [&] { return SetEvent(mutex.get()); },
-        [&] { return ResetEvent(mutex.get()); },       [&] { return ReleaseMutex(event.get()); },
-    };
-    for (size_t i = 0; i < std::size(rows); ++i) {
-        SCOPED_TRACE(i);
-        SetLastError(0);
-        EXPECT_FALSE(rows[i]());
-        EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
-    }
+    platform_test::expectOutcomes({
+        {"wait for null", [] { return WaitForSingleObject(nullptr, 0) != WAIT_FAILED; }, ERROR_INVALID_HANDLE},
+        {"wait for closed", [&] { return WaitForSingleObject(closed, 0) != WAIT_FAILED; }, ERROR_INVALID_HANDLE},
+        {"close null", [] { return CloseHandle(nullptr); }, ERROR_INVALID_HANDLE},
+        {"close twice", [&] { return CloseHandle(closed); }, ERROR_INVALID_HANDLE},
+        {"set closed", [&] { return SetEvent(closed); }, ERROR_INVALID_HANDLE},
+        {"set a mutex", [&] { return SetEvent(mutex.get()); }, ERROR_INVALID_HANDLE},
+        {"reset a mutex", [&] { return ResetEvent(mutex.get()); }, ERROR_INVALID_HANDLE},
+        {"release an event", [&] { return ReleaseMutex(event.get()); }, ERROR_INVALID_HANDLE},
+    });
 }
 
 // Recursive for its holder, closed to other threads until left as often as entered.
@@ -146,9 +138,7 @@ TEST(MutexConcurrency, OtherOwnerMakesWaitsTimeOutAndReleasesFail288)
     const Clock::time_point start = Clock::now();
     EXPECT_EQ(WaitForSingleObject(mutex.get(), 20), WAIT_TIMEOUT);
     EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(20));
-    SetLastError(0);
-    EXPECT_FALSE(ReleaseMutex(mutex.get()));
-    EXPECT_EQ(GetLastError(), ERROR_NOT_OWNER);
+    EXPECT_EQ(outcomeOf([&] { return ReleaseMutex(mutex.get()); }), ERROR_NOT_OWNER);
 
     std::thread releaser([&] { letGo.set_value(); });
     EXPECT_EQ(WaitForSingleObject(mutex.get(), 5000), WAIT_OBJECT_0);

@@ -1,10 +1,8 @@
 #include "platform/SystemInformation.h"
 
-#include "platform/LastError.h"
+#include "PlatformRig.h"
 
 #include <QString>
-
-#include <gtest/gtest.h>
 
 #include <sys/statvfs.h>
 #include <sys/sysinfo.h>
@@ -20,6 +18,8 @@
 #include <vector>
 
 namespace {
+
+using platform_test::outcomeOf;
 
 std::string narrow(const wchar_t* text)
 {
@@ -40,8 +40,6 @@ std::string rootType()
     return type;
 }
 
-} // namespace
-
 // Names, version, processors and memory as the system itself reports them, with the size rules.
 TEST(SystemInformation, NamesVersionAndMemoryAgreeWithTheSystem)
 {
@@ -53,12 +51,10 @@ TEST(SystemInformation, NamesVersionAndMemoryAgreeWithTheSystem)
     EXPECT_EQ(narrow(name), host);
     EXPECT_EQ(size, DWORD(std::strlen(host)));
     DWORD tooSmall = size;
-    EXPECT_FALSE(GetComputerNameW(name, &tooSmall));
-    EXPECT_EQ(GetLastError(), 111u);
+    EXPECT_EQ(outcomeOf([&] { return GetComputerNameW(name, &tooSmall); }), 111u);
     EXPECT_EQ(tooSmall, size + 1);
     size = 256;
-    EXPECT_FALSE(GetComputerNameExW(ComputerNameNetBIOS, name, &size));
-    EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
+    EXPECT_EQ(outcomeOf([&] { return GetComputerNameExW(ComputerNameNetBIOS, name, &size); }), 87u);
 
     struct utsname names;
     ASSERT_EQ(::uname(&names), 0);
@@ -69,8 +65,7 @@ TEST(SystemInformation, NamesVersionAndMemoryAgreeWithTheSystem)
     const std::string majorMinor = std::to_string(version.dwMajorVersion) + "." + std::to_string(version.dwMinorVersion);
     EXPECT_EQ(std::string(names.release).rfind(majorMinor + ".", 0), 0u) << names.release;
     version.dwOSVersionInfoSize = 20;
-    EXPECT_FALSE(GetVersionExW(&version));
-    EXPECT_EQ(GetLastError(), DWORD(ERROR_INSUFFICIENT_BUFFER));
+    EXPECT_EQ(outcomeOf([&] { return GetVersionExW(&version); }), 122u);
 
     SYSTEM_INFO info;
     GetSystemInfo(&info);
@@ -86,8 +81,7 @@ TEST(SystemInformation, NamesVersionAndMemoryAgreeWithTheSystem)
     EXPECT_EQ(memory.ullTotalPageFile - memory.ullTotalPhys, std::uint64_t(kernel.totalswap) * kernel.mem_unit);
     EXPECT_LE(memory.ullAvailPhys, memory.ullTotalPhys);
     memory.dwLength = 0;
-    EXPECT_FALSE(GlobalMemoryStatusEx(&memory));
-    EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
+    EXPECT_EQ(outcomeOf([&] { return GlobalMemoryStatusEx(&memory); }), 87u);
 
     DWORD bytes = 0;
     EXPECT_EQ(QueryCentralProcessorValueW(0, L"NoSuchValue", nullptr, &bytes), LONG(ERROR_FILE_NOT_FOUND));
@@ -125,14 +119,15 @@ TEST(SystemInformation, RootIsADriveWithTheSystemsFigures)
     ASSERT_TRUE(GetDiskFreeSpaceExW(L"/", &available, &total, &free));
     EXPECT_EQ(total, std::uint64_t(space.f_blocks) * space.f_frsize);
     EXPECT_LE(available, free);
-    EXPECT_FALSE(GetDiskFreeSpaceExW(L"/no/such/dir", nullptr, nullptr, &free));
-    EXPECT_EQ(GetLastError(), DWORD(ERROR_PATH_NOT_FOUND));
+    EXPECT_EQ(outcomeOf([&] { return GetDiskFreeSpaceExW(L"/no/such/dir", nullptr, nullptr, &free); }), 3u);
 
     wchar_t type[64] = {};
     ASSERT_TRUE(GetVolumeInformationW(L"/", nullptr, 0, nullptr, nullptr, nullptr, type, 64));
     EXPECT_EQ(narrow(type), rootType());
     EXPECT_FALSE(GetVolumeInformationW(L"/", nullptr, 0, nullptr, nullptr, nullptr, type, 1));
-    EXPECT_EQ(GetLastError(), DWORD(ERROR_INSUFFICIENT_BUFFER));
+    EXPECT_EQ(GetLastError(), 122u);
     EXPECT_FALSE(GetVolumeInformationW(L"/proc", nullptr, 0, nullptr, nullptr, nullptr, type, 64));
     EXPECT_EQ(GetLastError(), 144u);
 }
+
+} // namespace

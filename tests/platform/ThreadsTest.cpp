@@ -19,8 +19,8 @@ DWORD systemThreadId()
 TEST(Threads, IdsAreTheSystemsAlsoInAForkedChild)
 {
     EXPECT_EQ(GetCurrentProcessId(), DWORD(::getpid()));
-    EXPECT_EQ(GetCurrentThreadId(), systemThreadId());
     const DWORD parentThread = GetCurrentThreadId();
+    EXPECT_EQ(parentThread, systemThreadId());
     const pid_t child = ::fork();
     ASSERT_GE(child, 0);
     if (child == 0) {

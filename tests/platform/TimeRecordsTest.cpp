@@ -1,7 +1,6 @@
-#include "platform/LastError.h"
 #include "platform/TimeRecords.h"
 
-#include <gtest/gtest.h>
+#include "PlatformRig.h"
 
 #include <cstdint>
 #include <cstring>
@@ -30,22 +29,15 @@ bool sameFields(const SYSTEMTIME& a, const SYSTEMTIME& b)
 // Fixed points, both ways: the epoch, leap days, a cycle's last day, the last representable value.
 TEST(TimeRecords, KnownInstantsConvertBothWays)
 {
-    struct Row
-    {
-        const char* name;
-        SYSTEMTIME time; // year, month, day of week, day, hour, minute, second, ms
-        std::uint64_t ticks;
-    };
-    const Row rows[] = {
+    const struct { const char* name; SYSTEMTIME time; std::uint64_t ticks; } rows[] = {
+        // year, month, day of week, day, hour, minute, second, ms
         {"epoch", {1601, 1, 1, 1, 0, 0, 0, 0}, 0},
-        {"epoch plus 1 ms", {1601, 1, 1, 1, 0, 0, 0, 1}, 10000},
-        {"unix epoch", {1970, 1, 4, 1, 0, 0, 0, 0}, 116444736000000000},
         {"leap century", {2000, 2, 2, 29, 12, 34, 56, 789}, 125963012967890000},
         {"last day of a 400-year cycle", {2000, 12, 0, 31, 23, 59, 59, 999}, 126227807999990000},
         {"after leap day", {2024, 3, 5, 1, 0, 0, 0, 0}, 133537248000000000},
         {"last valid", {30828, 9, 4, 14, 2, 48, 5, 477}, 0x7FFFFFFFFFFFFFFF},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         SYSTEMTIME time{};
         const FILETIME file = fileTimeOf(row.ticks);
@@ -96,21 +88,17 @@ TEST(TimeRecords, InvalidFieldsFailWithInvalidParameter)
         {"hour 24", {2000, 1, 0, 1, 24, 0, 0, 0}},     {"minute 60", {2000, 1, 0, 1, 0, 60, 0, 0}},
         {"second 60", {2000, 1, 0, 1, 0, 0, 60, 0}},   {"ms 1000", {2000, 1, 0, 1, 0, 0, 0, 1000}},
     };
-    for (const auto& [name, time] : rows) {
-        SCOPED_TRACE(name);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.first);
         FILETIME file{0x1234, 0x5678};
-        SetLastError(0);
-        EXPECT_FALSE(SystemTimeToFileTime(&time, &file));
-        EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+        EXPECT_EQ(platform_test::outcomeOf([&] { return SystemTimeToFileTime(&row.second, &file); }), 87u);
         EXPECT_EQ(ticksOf(file), 0x567800001234u);
     }
     for (const std::uint64_t ticks : {std::uint64_t(1) << 63, ~std::uint64_t(0)}) {
         SCOPED_TRACE(ticks);
         const FILETIME file = fileTimeOf(ticks);
         SYSTEMTIME time{};
-        SetLastError(0);
-        EXPECT_FALSE(FileTimeToSystemTime(&file, &time));
-        EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+        EXPECT_EQ(platform_test::outcomeOf([&] { return FileTimeToSystemTime(&file, &time); }), 87u);
     }
 }
 

@@ -1,11 +1,7 @@
-#include "platform/LastError.h"
 #include "platform/UserAndFiles.h"
 
+#include "PlatformRig.h"
 #include "support/RegistrySandbox.h"
-
-#include <gtest/gtest.h>
-
-#include <QTemporaryDir>
 
 #include <fcntl.h>
 #include <pwd.h>
@@ -17,24 +13,17 @@
 
 namespace {
 
-// A folder of the test's own, open to every user, with "file" (1234 bytes) and "folder" in it.
-struct Scratch
+using platform_test::kUntouched;
+
+// A scratch folder with "file" (1234 bytes, 0644) and "folder" in it.
+struct Scratch : platform_test::Scratch
 {
     Scratch()
     {
-        ::chmod(root.path().toUtf8().constData(), 0755);
         ::mkdir(path("folder").c_str(), 0755);
-        const int fd = ::open(path("file").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
-        EXPECT_EQ(::ftruncate(fd, 1234), 0);
-        ::close(fd);
+        EXPECT_EQ(::truncate(write("file", "").c_str(), 1234), 0);
+        ::chmod(path("file").c_str(), 0644);
     }
-    std::string path(const char* name) const { return root.path().toStdString() + "/" + name; }
-    std::wstring wide(const char* name) const
-    {
-        const std::string narrow = path(name);
-        return std::wstring(narrow.begin(), narrow.end());
-    }
-    QTemporaryDir root;
 };
 
 // The effective user's passwd name; the size counts the terminator, and a buffer too small (or
@@ -43,8 +32,7 @@ TEST(GetUserName, GivesTheLoginNameWithWindowsSizeRules)
 {
     const passwd* entry = ::getpwuid(::geteuid());
     ASSERT_NE(entry, nullptr);
-    const std::string login = entry->pw_name;
-    const std::wstring expected(login.begin(), login.end());
+    const std::wstring expected = platform_test::widen(entry->pw_name);
     const auto needed = DWORD(expected.size() + 1);
     const std::pair<DWORD, bool> rows[] = {{0, false}, {64, false}, {needed - 1, true}, {needed, true}, {needed + 8, true}};
     for (const auto& [room, withBuffer] : rows) {
@@ -58,45 +46,36 @@ TEST(GetUserName, GivesTheLoginNameWithWindowsSizeRules)
         EXPECT_EQ(GetLastError(), fits ? 0u : ERROR_INSUFFICIENT_BUFFER);
         EXPECT_EQ(std::wstring(buffer), fits ? expected : L"#");
     }
-    EXPECT_FALSE(GetUserNameW(nullptr, nullptr));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(platform_test::outcomeOf([] { return GetUserNameW(nullptr, nullptr); }), ERROR_INVALID_PARAMETER);
 }
 
 TEST(CreateDirectory, MakesOneLevelAndTellsWhyNot)
 {
     const Scratch scratch;
-    const std::pair<std::wstring, DWORD> rows[] = {
-        {scratch.wide("new"), 0},
-        {scratch.wide("new"), ERROR_ALREADY_EXISTS},
-        {scratch.wide("file"), ERROR_ALREADY_EXISTS},
-        {scratch.wide("missing/new"), ERROR_PATH_NOT_FOUND},
-        {scratch.wide("file/new"), ERROR_PATH_NOT_FOUND},
-        {scratch.wide("folder/new/"), 0},
-        {scratch.wide("folder/") + std::wstring(300, L'n'), ERROR_FILENAME_EXCED_RANGE},
-        {L"", ERROR_PATH_NOT_FOUND},
+    const auto creates = [](const std::wstring& path) {
+        return [path] { return CreateDirectoryW(path.c_str(), nullptr); };
     };
-    for (const auto& [path, error] : rows) {
-        SCOPED_TRACE(std::string(path.begin(), path.end()));
-        SetLastError(0);
-        EXPECT_EQ(CreateDirectoryW(path.c_str(), nullptr), error == 0 ? TRUE : FALSE);
-        EXPECT_EQ(GetLastError(), error);
-    }
+    platform_test::expectOutcomes({
+        {"new", creates(scratch.wide("new")), kUntouched},
+        {"again", creates(scratch.wide("new")), ERROR_ALREADY_EXISTS},
+        {"a file's name", creates(scratch.wide("file")), ERROR_ALREADY_EXISTS},
+        {"parent missing", creates(scratch.wide("missing/new")), ERROR_PATH_NOT_FOUND},
+        {"parent is a file", creates(scratch.wide("file/new")), ERROR_PATH_NOT_FOUND},
+        {"trailing slash", creates(scratch.wide("folder/new/")), kUntouched},
+        {"name too long", creates(scratch.wide("folder/" + std::string(300, 'n'))), ERROR_FILENAME_EXCED_RANGE},
+        {"empty", creates(L""), ERROR_PATH_NOT_FOUND},
+        {"null", [] { return CreateDirectoryW(nullptr, nullptr); }, ERROR_INVALID_PARAMETER},
+    });
     struct stat status{};
     EXPECT_TRUE(::stat(scratch.path("folder/new").c_str(), &status) == 0 && S_ISDIR(status.st_mode));
-    EXPECT_FALSE(CreateDirectoryW(nullptr, nullptr));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
 }
 
 TEST(FileAccess, TestsExistenceAndRightsWithRuntimeErrors)
 {
     const Scratch scratch;
-    const struct
-    {
-        const char* name;
-        int mode;
-        int error; // 0: allowed
-    } rows[] = {{"file", 0, 0},           {"file", 6, 0},         {"folder", 2, 0},  {"missing", 0, ENOENT},
-                {"file/below", 4, ENOENT}, {"file", 1, EINVAL},   {"file", 8, EINVAL}};
+    const struct { const char* name; int mode; int error; } rows[] = { // error 0: allowed
+        {"file", 0, 0},            {"file", 6, 0},     {"folder", 2, 0}, {"missing", 0, ENOENT},
+        {"file/below", 4, ENOENT}, {"file", 1, EINVAL}, {"file", 8, EINVAL}};
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << row.name << " mode " << row.mode);
         errno = 0;
@@ -139,9 +118,7 @@ TEST(FileStatus, FillsTheRuntimeRecordFromTheSystem)
     ASSERT_EQ(_wstat64i32(scratch.wide("folder").c_str(), &folder), 0);
     EXPECT_EQ(folder.st_mode & _S_IFMT, 0x4000);
 
-    const int big = ::open(scratch.path("big").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
-    ASSERT_EQ(::ftruncate(big, 0x80000000LL), 0); // sparse: no space used
-    ::close(big);
+    ASSERT_EQ(::truncate(scratch.write("big", "").c_str(), 0x80000000LL), 0); // sparse: no space used
     const std::pair<const char*, int> failures[] = {{"big", EOVERFLOW}, {"missing", ENOENT}, {"file/below", ENOENT}};
     for (const auto& [name, error] : failures) {
         SCOPED_TRACE(name);
