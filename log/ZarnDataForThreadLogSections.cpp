@@ -18,6 +18,7 @@
 #include <QChar>
 #include <QDate>
 #include <QDateTime>
+#include <QFileDevice>
 #include <QString>
 #include <QTextCodec>
 #include <QTextStream>
@@ -28,6 +29,38 @@
 #include <cwchar>
 
 namespace {
+
+// The text codecs whose bytes are two to a UTF-16 unit (QTextCodec::mibEnum).
+constexpr int kMibUtf16 = 1015;
+constexpr int kMibUtf16LE = 1014;
+
+// Pushes what the stream holds to the file. A write that the file system refused (a full disk)
+// keeps its rest in the file's buffer, to go out once there is room; the stream's error is cleared,
+// for Qt would otherwise drop every later section without a word.
+void flushLogStream(QTextStream& stream)
+{
+    stream.flush();
+    if (stream.status() != QTextStream::Ok)
+        stream.resetStatus();
+}
+
+// Writes a section's text and returns its bytes. In the log's UTF-16 they are known without the
+// device, so the text waits in the stream and goes out with the tail that follows it: an entry
+// and its tail reach the file in one write, and a process killed between two writes cannot leave
+// an entry without a tail. Another codec is counted on the device, after a flush.
+unsigned long long writeSectionText(QTextStream& stream, const QString& text)
+{
+    const int mib = stream.codec() != nullptr ? stream.codec()->mibEnum() : 0;
+    if (mib == kMibUtf16 || mib == kMibUtf16LE) {
+        stream << text;
+        return 2ull * static_cast<unsigned long long>(text.size());
+    }
+    const qint64 start = stream.pos();
+    stream << text;
+    flushLogStream(stream);
+    const qint64 end = stream.pos();
+    return end > start ? static_cast<unsigned long long>(end - start) : 0;
+}
 
 // FORMAT_MESSAGE_FROM_STRING with FORMAT_MESSAGE_ARGUMENT_ARRAY; FORMAT_MESSAGE_ALLOCATE_BUFFER is
 // added only while the head is written.
@@ -278,14 +311,8 @@ bool ZarnDataForThread::logFormSection(wchar_t* const format, int varCount, Zarn
         if (std::wcslen(text) != count) {
             m_selfDX_Code = 160;
         } else {
-            const qint64 start = stream->pos();
-            const QString written = QString::fromWCharArray(text, static_cast<int>(count));
             stream->setGenerateByteOrderMark(false);
-            *stream << written;
-            // The entry reaches the file before the call returns.
-            stream->flush();
-            const qint64 end = stream->pos();
-            bytesWritten = end > start ? static_cast<unsigned long long>(end - start) : 0;
+            bytesWritten = writeSectionText(*stream, QString::fromWCharArray(text, static_cast<int>(count)));
         }
         if (countBytes && file->m_logByteCount != kByteCountSaturated)
             addSaturating(file->m_logByteCount, bytesWritten);
@@ -343,8 +370,6 @@ bool ZarnDataForThread::logFormSectionHead()
         // The mark is written by hand; the codec would otherwise add one of its own.
         stream->setGenerateByteOrderMark(false);
         *stream << QChar(0xFEFF);
-        // On the device now, so that the section's count, taken from positions, holds its own text only.
-        stream->flush();
         unsigned long long headBytes = 2;
         addSaturating(file->m_logByteCount, 2);
 
@@ -385,6 +410,10 @@ bool ZarnDataForThread::logFormSectionBody()
             throw 120;
         if (file->m_tailPosition < 0)
             throw 157;
+        // What a refused write left in the file's buffer goes out first, where that write stopped;
+        // a seek that failed once no longer writes it, and would leave it for this entry's place.
+        if (auto* const device = qobject_cast<QFileDevice*>(stream->device()))
+            device->flush();
         // The entry goes over the previous tail.
         if (!stream->seek(file->m_tailPosition))
             throw 156;
@@ -416,6 +445,9 @@ bool ZarnDataForThread::logFormSectionTail()
         if (file == nullptr)
             throw 136;
         if (isEmptyText(file->m_tailFormat)) {
+            // Without a tail, what the head or entry left in the stream goes out alone.
+            if (file->m_logStream != nullptr)
+                flushLogStream(*file->m_logStream);
             if (file->m_tailVarCount != 0 || file->m_tailVars != nullptr || file->m_tailValues != nullptr)
                 throw 198;
             throw 0;
@@ -425,8 +457,11 @@ bool ZarnDataForThread::logFormSectionTail()
         // No seek: the tail follows the head or entry just written, and m_tailPosition stays before
         // it, so that the next entry overwrites it.
         unsigned long long sectionBytes = 0;
-        if (!logFormSection(file->m_tailFormat, file->m_tailVarCount, file->m_tailVars, file->m_tailValues,
-                            sectionBytes, file->m_tailCountsBytes))
+        const bool written = logFormSection(file->m_tailFormat, file->m_tailVarCount, file->m_tailVars,
+                                            file->m_tailValues, sectionBytes, file->m_tailCountsBytes);
+        // The head or entry and this tail reach the file together, before the call returns.
+        flushLogStream(*file->m_logStream);
+        if (!written)
             throw getSelfDX_Code();
         // A tail's bytes count once for each file, however often it is rewritten.
         file->m_tailCountsBytes = false;

@@ -6,6 +6,7 @@
 #include "monitor/ZarnDataForThread.h"
 #include "owner/ZarnDataZGW.h"
 #include "platform/CRuntime.h"
+#include "platform/Threads.h"
 
 #include <QFile>
 #include <QString>
@@ -13,6 +14,7 @@
 
 #include <cwchar>
 #include <cwctype>
+#include <mutex>
 #include <new>
 
 // One more than the 260 characters that may be copied, for the terminator that wcsncpy leaves out
@@ -33,6 +35,20 @@ constexpr unsigned long kFormMaskNonnative = SECTION_BODY;
 
 // The situation that opens every successor file with its number in the series and the series' first file.
 constexpr int kSeriesSituationID = 10006;
+// How often a successor's name is composed again while it repeats the last one.
+constexpr int kSuccessorNameAttempts = 20;
+
+// Replacements of every monitor of the process, one at a time: the series statics, the last
+// successor's name and the temporary owner object that composes it are shared by all monitors.
+// Taken after the data set's lock, never before it, so that two monitors cannot wait for each other.
+std::recursive_mutex& replacementLock()
+{
+    static std::recursive_mutex lock;
+    return lock;
+}
+
+// The name of the last successor of any monitor of the process.
+wchar_t s_lastSuccessorName[MAX_PATH] = {};
 
 bool holdsOnlyWhiteSpace(const wchar_t* text)
 {
@@ -240,6 +256,7 @@ bool ZarnData::reestablishLogFile(wchar_t* logName, wchar_t* formName, Zarn_LOG 
             throw 141;
         if (!entered)
             throw 262;
+        const std::lock_guard<std::recursive_mutex> oneAtATime(replacementLock());
         // The series is named after its first file, whichever file is being replaced now.
         if (s_logSeriesOrigin[0] == L'\0' && m_fileLog.m_logName != nullptr)
             std::wcsncpy(s_logSeriesOrigin, m_fileLog.m_logName, MAX_PATH);
@@ -312,18 +329,28 @@ bool ZarnData::reestablishLogFile(const bool& force)
         if (force && m_fileLog.m_logStream != nullptr && m_fileLog.m_logByteCount >= m_logFileByteCountLimit)
             throw 0;
 
+        const std::lock_guard<std::recursive_mutex> oneAtATime(replacementLock());
         wchar_t successor[MAX_PATH] = {};
         bool composed = false;
-        try {
-            composed = learnSuccessorLogFileName(successor, MAX_PATH);
-        } catch (int code) {
-            successorCode = code;
-        } catch (...) {
+        // A successor is named to the millisecond: another monitor's replacement in the same
+        // millisecond would otherwise write into the same file.
+        for (int attempt = 0; attempt < kSuccessorNameAttempts; ++attempt) {
+            if (attempt > 0)
+                Sleep(1);
+            try {
+                composed = learnSuccessorLogFileName(successor, MAX_PATH);
+            } catch (int code) {
+                successorCode = code;
+            } catch (...) {
+            }
+            if (!composed || std::wcscmp(successor, s_lastSuccessorName) != 0)
+                break;
         }
         if (!composed)
             throw 142;
         if (successor[0] == L'\0')
             throw 140;
+        std::wcsncpy(s_lastSuccessorName, successor, MAX_PATH - 1);
         // Its result is its code, which stays in this data set.
         reestablishLogFile(successor, m_fileLog.m_formName, m_fileLog.m_logKind);
     } catch (...) {
