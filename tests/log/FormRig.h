@@ -8,6 +8,8 @@
 #include <QString>
 #include <QTemporaryDir>
 
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <string>
 #include <vector>
@@ -17,16 +19,11 @@ class FormProbe : public ZarnData
 public:
     using ZarnData::areLogFileFormSectionsUsable;
     using ZarnData::composeLogFileFormSectionFormat;
-    using ZarnData::convertLogFileFormVarNameToEnum;
     using ZarnData::convertLogFileFormVarNameToIndex;
-    using ZarnData::countLogFileFormSectionVarNames;
     using ZarnData::createLogFileFormSectionArgV_Enums;
     using ZarnData::createLogFileFormSectionArgV_Values;
-    using ZarnData::eliminateLogFileFormInjector;
     using ZarnData::freeLogFileFormData;
     using ZarnData::freeLogFileFormSectionHeadData;
-    using ZarnData::isVarInLogFileFormSection;
-    using ZarnData::learnLogFileFormSectionsFinished;
     using ZarnData::learnLogFileFormVarNames;
     using ZarnData::obtainLogFileFormData;
     using ZarnData::reformatLogFileFormSection;
@@ -74,24 +71,12 @@ inline CompiledSection tailOf(const ZarnDataFile& file)
     return compiledSection(file.m_tailFormat, file.m_tailVarCount, file.m_tailVars);
 }
 
-// The built-in HTML form, compiled.
-inline const wchar_t* builtInHeadFormat()
+constexpr unsigned long kAllSections = SECTION_HEAD | SECTION_BODY | SECTION_TAIL;
+
+// The trace of a form file that fails, just before the built-in form takes its place.
+inline std::wstring dismissal(int code)
 {
-    return L"<html><body>\n<!-- ProductVersion=%1!s! FileVersion=%2!s! -->%3!d!-%4!02d!-%5!02d! "
-           L"%6!02d!:%7!02d!:%8!02d!.%9!03d! The log template file is inaccessible, corrupt, or perhaps too "
-           L"large to format; will use default layout instead.<br>\n";
-}
-inline const wchar_t* builtInBodyFormat()
-{
-    return L"<!-- SituationID=%1!d! -->%2!d!-%3!02d!-%4!02d! %5!02d!:%6!02d!:%7!02d!.%8!03d! %9!s!<br>\n";
-}
-inline std::vector<int> builtInHeadVars()
-{
-    return {22, 7, 30, 15, 4, 9, 12, 23, 11};
-}
-inline std::vector<int> builtInBodyVars()
-{
-    return {25, 30, 15, 4, 9, 12, 23, 11, 24};
+    return L"ZarnData::processFileLogForm (7) is dismissing exception #" + std::to_wstring(code) + L".";
 }
 
 // How the form is named to the data set.
@@ -128,15 +113,31 @@ public:
             m_data->setSelfResourceModule(selfModule);
         m_data->initialize();
     }
-    ~FormRig() { m_data.reset(); }
 
     FormProbe& data() { return *m_data; }
     ZarnDataFile& file() { return *m_data->getFileLog(); }
-    const std::wstring& formName() const { return m_formName; }
 
 private:
-    QTemporaryDir m_dir;
+    QTemporaryDir m_dir; // declared first, so that it outlives the data set
     std::wstring m_logName;
     std::wstring m_formName;
     std::unique_ptr<FormProbe> m_data;
 };
+
+// The three sections as the built-in HTML form compiles them, and nothing from a form file.
+inline void expectBuiltInForm(FormRig& rig)
+{
+    const ZarnDataFile& file = rig.file();
+    EXPECT_TRUE(file.m_formIsBuiltIn);
+    EXPECT_EQ(file.m_formStream, nullptr);
+    EXPECT_EQ(headOf(file).format,
+              L"<html><body>\n<!-- ProductVersion=%1!s! FileVersion=%2!s! -->%3!d!-%4!02d!-%5!02d! "
+              L"%6!02d!:%7!02d!:%8!02d!.%9!03d! The log template file is inaccessible, corrupt, or perhaps too "
+              L"large to format; will use default layout instead.<br>\n");
+    EXPECT_EQ(headOf(file).vars, (std::vector<int>{22, 7, 30, 15, 4, 9, 12, 23, 11}));
+    EXPECT_EQ(bodyOf(file).format,
+              L"<!-- SituationID=%1!d! -->%2!d!-%3!02d!-%4!02d! %5!02d!:%6!02d!:%7!02d!.%8!03d! %9!s!<br>\n");
+    EXPECT_EQ(bodyOf(file).vars, (std::vector<int>{25, 30, 15, 4, 9, 12, 23, 11, 24}));
+    EXPECT_EQ(tailOf(file).format, L"</body><html>\n"); // deliberately not </html>
+    EXPECT_TRUE(tailOf(file).vars.empty());
+}

@@ -1,6 +1,6 @@
 #include "FormRig.h"
 
-#include "localize/ZRLoadStringW.h"
+#include "platform/FormatMessage.h"
 #include "platform/Modules.h"
 
 #include <gtest/gtest.h>
@@ -49,18 +49,25 @@ private:
     bool m_valuesMade = false;
 };
 
+// `inserts` times [DAY] and then `plain` characters, with the format they compile to.
+struct DaySection { std::wstring text; std::wstring format; };
+DaySection daySection(int inserts, size_t plain)
+{
+    DaySection section;
+    for (int insert = 1; insert <= inserts; ++insert) {
+        section.text += L"[DAY]";
+        section.format += L"%" + std::to_wstring(insert) + L"!02d!";
+    }
+    section.text += std::wstring(plain, L'x');
+    section.format += std::wstring(plain, L'x');
+    return section;
+}
+
 } // namespace
 
 TEST(FormVars, SectionsCompileToFormatsAndVariables)
 {
-    struct Row
-    {
-        const char* name;
-        std::wstring text;
-        int code;
-        std::wstring format; // when the code is 0
-        std::vector<int> vars;
-    };
+    struct Row { const char* name; std::wstring text; int code; std::wstring format; std::vector<int> vars; };
     const Row rows[] = {
         {"two variables", L"[DAY]-[SITUATION_DSCRP]", 0, L"%1!02d!-%2!s!", {4, 24}},
         {"one variable twice", L"[DAY][DAY]", 0, L"%1!02d!%2!02d!", {4, 4}},
@@ -73,7 +80,10 @@ TEST(FormVars, SectionsCompileToFormatsAndVariables)
         {"nested open bracket", L"[[X]", 204, L"", {}},
         {"close bracket without open", L"X]", 203, L"", {}},
         {"name in lower case", L"[day]", 188, L"", {}},
+        // The names are looked up in a sorted table: before its first, between two, after its last.
+        {"name before the first", L"[AAA]", 188, L"", {}},
         {"unknown name", L"[NOT_A_VARIABLE]", 188, L"", {}},
+        {"name after the last", L"[ZZZ]", 188, L"", {}},
         {"name of 1022 characters", L"[" + std::wstring(1022, L'N') + L"]", 188, L"", {}},
         {"name of 1023 characters", L"[" + std::wstring(1023, L'N') + L"]", 194, L"", {}},
     };
@@ -112,8 +122,7 @@ TEST(FormVars, EveryVariableHasItsInsertFormat)
     ASSERT_TRUE(rig.learned());
     for (int var = 0; var < Zarn_FORM_VAR_Qty; ++var) {
         SCOPED_TRACE(testing::Message() << "variable " << var);
-        std::wstring name = names[var];
-        EXPECT_EQ(rig.data().convertLogFileFormVarNameToIndex(&name[0]), var);
+        const std::wstring name = names[var];
         CompiledSection section;
         ASSERT_EQ(rig.compile(L"<" + name + L">[" + name + L"]", section), 0);
         EXPECT_EQ(section.format, L"<" + name + L">%1!" + formats[var] + L"!");
@@ -121,98 +130,54 @@ TEST(FormVars, EveryVariableHasItsInsertFormat)
     }
 }
 
-TEST(FormVars, LookUpRefusesWhatTheTableLacks)
+TEST(FormVars, LookUpWithoutANameOrATableFindsNothing)
 {
     NamedRig rig;
-    ASSERT_TRUE(rig.learned());
-    std::wstring before = L"AAA";     // sorts before the first name
-    std::wstring after = L"ZZZ";      // after the last
-    std::wstring between = L"DAZ";    // between two names
-    std::wstring empty;
-    for (std::wstring* name : {&before, &after, &between})
-        EXPECT_EQ(rig.data().convertLogFileFormVarNameToEnum(&(*name)[0]), Zarn_FORM_VAR_UNKNOWN);
-    empty.resize(1);
+    std::wstring empty(1, L'\0');
     EXPECT_EQ(rig.data().convertLogFileFormVarNameToIndex(&empty[0]), -1);
     EXPECT_EQ(rig.data().convertLogFileFormVarNameToIndex(nullptr), -1);
-
-    // Without a table nothing is found.
     rig.data().freeLogFileFormData();
     std::wstring day = L"DAY";
     EXPECT_EQ(rig.data().convertLogFileFormVarNameToIndex(&day[0]), -1);
 }
 
-// The built-in body compiles to exactly this format, with these variables.
-TEST(FormVars, BuiltInBodyCompiles)
+// A short text is compiled in the scratch buffer, held to 1023 characters of output. A longer one
+// gets space of its own, where only plain characters are held to the text's length, so inserts
+// longer than their names still fit.
+TEST(FormVars, OutputStopsAtItsLimit)
 {
+    struct Row { const char* name; int inserts; size_t plain; int code; };
+    const Row rows[] = {
+        {"scratch buffer filled to 1023", 100, 231, 0}, // 731 characters of text, 1023 of output
+        {"scratch buffer one past", 100, 232, 193},
+        {"own space, output twice the text", 300, 0, 0},
+        {"own space, then one plain character", 300, 1, 193},
+    };
     NamedRig rig;
     ASSERT_TRUE(rig.learned());
-    wchar_t scratch[1024];
-    std::wmemset(scratch, 0, 1024);
-    ASSERT_GT(ZRLoadStringW(10021, scratch, 1024), 0);
-    CompiledSection section;
-    ASSERT_EQ(rig.compile(scratch, section), 0);
-    EXPECT_EQ(section.format, builtInBodyFormat());
-    EXPECT_EQ(section.vars, builtInBodyVars());
-}
-
-// Text beyond a scratch buffer's room is compiled in space of its own; only plain characters are
-// held to that space's limit, so inserts longer than their names still fit.
-TEST(FormVars, LongSectionsCompileBeyondTheScratchBuffer)
-{
-    NamedRig rig;
-    ASSERT_TRUE(rig.learned());
-    std::wstring text;
-    std::wstring expected;
-    std::vector<int> vars;
-    for (int insert = 1; insert <= 300; ++insert) {
-        text += L"[DAY]";
-        expected += L"%" + std::to_wstring(insert) + L"!02d!";
-        vars.push_back(Zarn_FORM_VAR_DAY);
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const DaySection expected = daySection(row.inserts, row.plain);
+        CompiledSection section;
+        EXPECT_EQ(rig.compile(expected.text, section), row.code);
+        if (row.code == 0) {
+            EXPECT_EQ(section.format, expected.format);
+            EXPECT_EQ(section.vars, std::vector<int>(static_cast<size_t>(row.inserts), Zarn_FORM_VAR_DAY));
+        }
     }
-    CompiledSection section;
-    ASSERT_EQ(rig.compile(text, section), 0);
-    EXPECT_EQ(section.format, expected);
-    EXPECT_EQ(section.vars, vars);
-    EXPECT_GT(section.format.size(), text.size() + 1);
-
-    // Past the limit, the next plain character is refused.
-    EXPECT_EQ(rig.compile(text + L"x", section), 193);
-}
-
-// Within the scratch buffer the limit is 1023 characters of output.
-TEST(FormVars, ScratchBufferOutputStopsAtItsLimit)
-{
-    NamedRig rig;
-    ASSERT_TRUE(rig.learned());
-    std::wstring text;
-    for (int insert = 0; insert < 100; ++insert)
-        text += L"[DAY]"; // 500 characters of text, 792 of output
-    CompiledSection section;
-    EXPECT_EQ(rig.compile(text + std::wstring(231, L'x'), section), 0);
-    EXPECT_EQ(section.format.size(), 1023u);
-    EXPECT_EQ(rig.compile(text + std::wstring(232, L'x'), section), 193);
 }
 
 // Reformatting checks what counting would have caught, for a caller that did not count.
 TEST(FormVars, ReformattingRefusesWhatCountingWouldNot)
 {
-    struct Row
-    {
-        const wchar_t* text;
-        int count;
-        int code;
-    };
-    const Row rows[] = {
-        {L"[[DAY]", 1, 189}, {L"DAY]", 1, 190}, {L"[DAY][DAY]", 1, 195}, {L"[DAY]", 2, 195},
-    };
+    struct Row { std::wstring text; int count; int code; };
+    const Row rows[] = {{L"[[DAY]", 1, 189}, {L"DAY]", 1, 190}, {L"[DAY][DAY]", 1, 195}, {L"[DAY]", 2, 195}};
     NamedRig rig;
     ASSERT_TRUE(rig.learned());
     for (const Row& row : rows) {
-        SCOPED_TRACE(testing::Message() << std::string(row.text, row.text + std::wcslen(row.text)) << " / "
-                                        << row.count);
-        const size_t length = std::wcslen(row.text);
-        wchar_t* format = new wchar_t[length + 1];
-        std::wmemcpy(format, row.text, length + 1);
+        SCOPED_TRACE(testing::PrintToString(row.text) + " / " + std::to_string(row.count));
+        wchar_t* format = new wchar_t[row.text.size() + 1];
+        std::wmemcpy(format, row.text.c_str(), row.text.size() + 1);
         std::vector<Zarn_FORM_VAR> vars(static_cast<size_t>(row.count), Zarn_FORM_VAR_UNKNOWN);
         EXPECT_FALSE(rig.data().reformatLogFileFormSection(&format, row.count, vars.data()));
         EXPECT_EQ(rig.data().getSelfDX_Code(), row.code);
@@ -228,12 +193,14 @@ TEST(FormVars, ArgumentArraysAreMadeOnceAndZeroed)
     unsigned long long* values = nullptr;
     ASSERT_TRUE(rig.data().createLogFileFormSectionArgV_Enums(3, &vars));
     ASSERT_TRUE(rig.data().createLogFileFormSectionArgV_Values(3, &values));
-    ASSERT_NE(vars, nullptr);
-    ASSERT_NE(values, nullptr);
-    for (int index = 0; index < 3; ++index) {
-        EXPECT_EQ(vars[index], 0);
-        EXPECT_EQ(values[index], 0u);
-    }
+    ASSERT_TRUE(vars != nullptr && values != nullptr);
+    EXPECT_EQ(std::vector<int>(vars, vars + 3), std::vector<int>(3, 0));
+    EXPECT_EQ(std::vector<unsigned long long>(values, values + 3), std::vector<unsigned long long>(3, 0));
+    // The formatter takes a slot for every insert a section names, a stray % of its text included.
+    wchar_t shown[16] = {};
+    EXPECT_EQ(FormatMessageW(0x2400, L"%1!d! %7 %99!*.*s!|", 0, 0, shown, 16, reinterpret_cast<const u64*>(values)),
+              10u);
+    EXPECT_STREQ(shown, L"0 (null) |");
     // An array that exists already is refused, and let go.
     EXPECT_FALSE(rig.data().createLogFileFormSectionArgV_Enums(3, &vars));
     EXPECT_EQ(rig.data().getSelfDX_Code(), 148);

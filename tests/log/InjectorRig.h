@@ -23,11 +23,7 @@
 class TempPathScope
 {
 public:
-    enum Kind
-    {
-        Existing,
-        PlainFile,
-    };
+    enum Kind { Existing, PlainFile };
 
     explicit TempPathScope(Kind kind = Existing)
         : m_hadPrevious(qEnvironmentVariableIsSet("TMPDIR")), m_previous(qgetenv("TMPDIR"))
@@ -113,14 +109,15 @@ inline std::string paddedLine(const std::string& text, size_t length, char fill)
     return text + std::string(length > text.size() ? length - text.size() : 0, fill);
 }
 
-// The text of a log file: UTF-16 in the host's order behind U+FEFF; empty if the mark is missing.
+// The text behind the byte-order mark; empty unless the file starts with FF FE and holds whole,
+// valid UTF-16.
 inline QString logFileText(const QString& name)
 {
     QFile file(name);
-    if (!file.open(QIODevice::ReadOnly))
+    const QByteArray bytes = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    if (!bytes.startsWith(QByteArray("\xFF\xFE", 2)) || bytes.size() % 2 != 0)
         return QString();
-    const QByteArray bytes = file.readAll();
-    if (!bytes.startsWith(QByteArray("\xFF\xFE", 2)))
-        return QString();
-    return QString::fromUtf16(reinterpret_cast<const char16_t*>(bytes.constData() + 2), (bytes.size() - 2) / 2);
+    const QString text =
+        QString::fromUtf16(reinterpret_cast<const char16_t*>(bytes.constData() + 2), (bytes.size() - 2) / 2);
+    return text.isValidUtf16() ? text : QString();
 }

@@ -1,21 +1,23 @@
 // The HTML log end to end: monitors made with Zarn::create report situations with the specs of a
 // test resource module, and the tests read the log files back as a reader of the log would.
+#include "InjectorRig.h"
+
 #include "monitor/Zarn.h"
 #include "monitor/ZarnData.h"
 #include "platform/Modules.h"
+#include "sysinfo/ZarnSysInfoEnvApp.h"
+#include "sysinfo/ZarnSysInfoEnvOp.h"
+#include "sysinfo/ZarnSysInfoEnvVars.h"
+#include "sysinfo/ZarnSysInfoFormatterHTML.h"
 
 #include <gtest/gtest.h>
 
-#include <QByteArray>
 #include <QCoreApplication>
-#include <QDir>
-#include <QFile>
 #include <QRegularExpression>
-#include <QString>
-#include <QStringList>
 #include <QTemporaryDir>
 
 #include <atomic>
+#include <memory>
 #include <string>
 #include <thread>
 #include <utility>
@@ -70,76 +72,7 @@ FormShape testForm()
             QStringLiteral("</table>\r\n</body></html>\r\n")};
 }
 
-QString filled(QString text, const std::vector<std::pair<const char*, QString>>& values)
-{
-    for (const auto& value : values)
-        text.replace(QLatin1String(value.first), value.second);
-    return text;
-}
-
-QString processId()
-{
-    return QString::number(QCoreApplication::applicationPid());
-}
-
-const QString& stampPattern()
-{
-    static const QString pattern = QStringLiteral(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3})");
-    return pattern;
-}
-
-QByteArray readBytes(const QString& file)
-{
-    QFile reader(file);
-    return reader.open(QIODevice::ReadOnly) ? reader.readAll() : QByteArray();
-}
-
-QByteArray utf16Bytes(const QString& text)
-{
-    QByteArray bytes("\xFF\xFE", 2);
-    for (const QChar c : text) {
-        bytes.append(static_cast<char>(c.unicode() & 0xFF));
-        bytes.append(static_cast<char>(c.unicode() >> 8));
-    }
-    return bytes;
-}
-
-// The text behind the byte-order mark; empty unless the file starts with FF FE and holds whole,
-// valid UTF-16, which lets the patterns below skip their own check of it.
-QString textOf(const QByteArray& bytes)
-{
-    if (!bytes.startsWith(QByteArray("\xFF\xFE", 2)) || bytes.size() % 2 != 0)
-        return QString();
-    const QString text =
-        QString::fromUtf16(reinterpret_cast<const char16_t*>(bytes.constData() + 2), (bytes.size() - 2) / 2);
-    return text.isValidUtf16() ? text : QString();
-}
-
-// The file must be `expected` byte for byte, except that each {T} in it is a padded time stamp.
-void expectLogBytes(const QString& file, const QString& expected)
-{
-    const QByteArray bytes = readBytes(file);
-    const QStringList pieces = expected.split(QStringLiteral("{T}"));
-    QString pattern = QStringLiteral("^");
-    for (int i = 0; i < pieces.size(); ++i)
-        pattern += QRegularExpression::escape(pieces[i]) + (i + 1 < pieces.size() ? "(" + stampPattern() + ")" : "\\z");
-    const QRegularExpressionMatch match = QRegularExpression(pattern).match(textOf(bytes));
-    ASSERT_TRUE(match.hasMatch()) << "expected\n"
-                                  << expected.toStdString() << "\nfound\n"
-                                  << textOf(bytes).toStdString();
-    QString withStamps;
-    for (int i = 0; i < pieces.size(); ++i)
-        withStamps += pieces[i] + (i + 1 < pieces.size() ? match.captured(i + 1) : QString());
-    EXPECT_EQ(bytes.toHex().toStdString(), utf16Bytes(withStamps).toHex().toStdString());
-}
-
-struct LoggedEntry
-{
-    int id; // 0 where the form has no ENTRY_ID
-    int situationID;
-    QString description;
-    int characters;
-};
+struct LoggedEntry { int situationID; QString description; int characters; };
 
 // A log file read as its form's document: byte-order mark, head, whole entries, one tail.
 struct LogDocument
@@ -152,9 +85,9 @@ QString patternOf(const QString& section, const QString& logName)
 {
     QString pattern = QRegularExpression::escape(section);
     const std::pair<const char*, QString> fields[] = {
-        {"{T}", stampPattern()},
+        {"{T}", QStringLiteral(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3})")},
         {"{LOG}", QRegularExpression::escape(logName)},
-        {"{PID}", processId()},
+        {"{PID}", QString::number(QCoreApplication::applicationPid())},
         {"{ID}", QStringLiteral("(?<id>\\d+)")},
         {"{COLOR}", QStringLiteral("(?<color>[0-9A-F]+)")},
         {"{SIT}", QStringLiteral("(?<sit>\\d+)")},
@@ -169,7 +102,7 @@ QString patternOf(const QString& section, const QString& logName)
 LogDocument readDocument(const QString& file, const FormShape& form)
 {
     LogDocument document;
-    const QString text = textOf(readBytes(file));
+    const QString text = logFileText(file);
     const QRegularExpression head(patternOf(form.head, file));
     const QRegularExpression entry(patternOf(form.entry, file));
     const QRegularExpression tail(patternOf(form.tail, file) + QStringLiteral("\\z"));
@@ -197,10 +130,21 @@ LogDocument readDocument(const QString& file, const FormShape& form)
             document.problem = QStringLiteral("entry %1 is numbered %2 with colour %3").arg(number).arg(id).arg(colour);
             return document;
         }
-        document.entries.push_back({id, match.captured(QStringLiteral("sit")).toInt(),
+        document.entries.push_back({match.captured(QStringLiteral("sit")).toInt(),
                                     match.captured(QStringLiteral("dscrp")), match.capturedLength()});
     }
     return document;
+}
+
+// Only the inserts of kLogOnlySituation, in order.
+std::vector<QString> logTexts(const std::vector<LoggedEntry>& entries)
+{
+    std::vector<QString> texts;
+    for (const LoggedEntry& entry : entries) {
+        if (entry.situationID == kLogOnlySituation)
+            texts.push_back(entry.description.mid(QStringLiteral("Kind one ").size()));
+    }
+    return texts;
 }
 
 // The series statics of the process, started afresh so that a test's first file opens the series.
@@ -235,14 +179,6 @@ private:
     std::wstring m_previous;
 };
 
-// The data set behind a monitor, so that a reader can hold its lock and read the file between
-// two situations: the front's getter is protected, but a pointer to it taken through a subclass
-// applies to any monitor.
-struct MonitorInside : Zarn
-{
-    static ZarnData* dataSetOf(const Zarn* monitor) { return (monitor->*(&MonitorInside::getDataSet))(); }
-};
-
 class LogEndToEnd : public testing::Test
 {
 protected:
@@ -265,16 +201,16 @@ protected:
     }
 
     // A monitor as a module builds one by hand: wide text, the tags that the forms show, a log in
-    // the test's directory and a form that is the form's file or a name where no file is.
-    Zarn* createMonitor(const FormShape& form)
+    // the test's directory and a form file holding `form`, or none where the form is named.
+    Zarn* createMonitor(const char* form)
     {
         QDir(m_dir.path()).mkdir(QStringLiteral("Templates"));
         const QString formName = m_dir.filePath(QStringLiteral("Templates/form.html"));
         QFile::remove(formName);
-        if (form.formFile != nullptr) {
+        if (form != nullptr) {
             QFile file(formName);
             EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-            file.write(form.formFile);
+            file.write(form);
         }
         m_logName = m_dir.filePath(QStringLiteral("e2e.html"));
         std::wstring logName = m_logName.toStdWString();
@@ -313,39 +249,26 @@ protected:
     QString m_logName;
 };
 
-// Only the inserts of kLogOnlySituation, in order.
-std::vector<QString> logTexts(const std::vector<LoggedEntry>& entries)
-{
-    std::vector<QString> texts;
-    for (const LoggedEntry& entry : entries) {
-        if (entry.situationID == kLogOnlySituation)
-            texts.push_back(entry.description.mid(QStringLiteral("Kind one ").size()));
-    }
-    return texts;
-}
-
 } // namespace
 
 // Head and first tail at creation; each entry goes where the tail was and a fresh tail follows it.
-TEST_F(LogEndToEnd, FileIsByteExactAfterEverySituation)
+TEST_F(LogEndToEnd, FileIsAWholeDocumentAfterEverySituation)
 {
-    const QString texts[] = {QStringLiteral("first & <b>bold</b>"),
-                             QString::fromWCharArray(L"zweite Gr\u00FC\u00DFe \u20AC \U0001F600")};
+    const std::vector<QString> texts = {QStringLiteral("first & <b>bold</b>"),
+                                        QString::fromWCharArray(L"zweite Gr\u00FC\u00DFe \u20AC \U0001F600")};
     for (const FormShape& form : {builtInForm(), testForm()}) {
         SCOPED_TRACE(form.name);
-        Zarn* const monitor = createMonitor(form);
+        Zarn* const monitor = createMonitor(form.formFile);
         ASSERT_NE(monitor, nullptr);
-        const QString head = filled(form.head, {{"{LOG}", m_logName}, {"{PID}", processId()}});
-        QString entries;
-        expectLogBytes(m_logName, head + form.tail);
-        for (int index = 0; index < 2; ++index) {
-            SCOPED_TRACE(index);
-            ASSERT_EQ(report(monitor, texts[index]), 0);
-            entries += filled(form.entry, {{"{ID}", QString::number(index + 1)},
-                                           {"{COLOR}", index == 0 ? "F0F0FF" : "F7F7FF"},
-                                           {"{SIT}", QString::number(kLogOnlySituation)},
-                                           {"{DSCRP}", "Kind one " + texts[index]}});
-            expectLogBytes(m_logName, head + entries + form.tail);
+        for (size_t reported = 0; reported <= texts.size(); ++reported) {
+            SCOPED_TRACE(reported);
+            if (reported > 0) {
+                ASSERT_EQ(report(monitor, texts[reported - 1]), 0);
+            }
+            const LogDocument document = readDocument(m_logName, form);
+            ASSERT_TRUE(document.problem.isEmpty()) << document.problem.toStdString();
+            ASSERT_EQ(document.entries.size(), reported);
+            EXPECT_EQ(logTexts(document.entries), std::vector<QString>(texts.begin(), texts.begin() + reported));
         }
         Zarn::destroy();
         QFile::remove(m_logName);
@@ -357,11 +280,10 @@ TEST_F(LogEndToEnd, ReplacementAtTheLimitContinuesTheSeriesInWholeDocuments)
 {
     constexpr unsigned long long kLimit = 1048576;
     const LogDirectoryScope successorsHere(m_dir.path());
-    Zarn* const monitor = createMonitor(testForm());
+    Zarn* const monitor = createMonitor(kTestForm);
     ASSERT_NE(monitor, nullptr);
     unsigned long long previous = 0;
     ASSERT_TRUE(monitor->setLogFileByteCountLimit(kLimit, previous));
-    EXPECT_EQ(previous, ZarnData::kDefaultLogFileByteCountLimit);
 
     // Entries of about 1900 bytes: some 550 to a file.
     const QString padding(850, QLatin1Char('x'));
@@ -403,6 +325,87 @@ TEST_F(LogEndToEnd, ReplacementAtTheLimitContinuesTheSeriesInWholeDocuments)
         EXPECT_EQ(logged[situation].toStdString(), (QStringLiteral("S%1 ").arg(situation) + padding).toStdString());
 }
 
+namespace {
+
+// The captions of one walk of a fresh source.
+std::vector<QString> captionsOf(ZarnSysInfo&& source)
+{
+    constexpr int kTextQty = ZarnSysInfoFormatterHTML::kTextQty;
+    std::vector<QString> captions;
+    std::vector<wchar_t> caption(kTextQty), datum(kTextQty);
+    for (bool more = source.getFirstDataPair(caption.data(), datum.data(), kTextQty, kTextQty); more;
+         more = source.getNextDataPair(caption.data(), datum.data(), kTextQty, kTextQty))
+        captions.push_back(QString::fromWCharArray(caption.data()));
+    return captions;
+}
+
+// The captions of one report table as the example form lays it out, or none if the table holds
+// anything but whole rows.
+std::vector<QString> tableCaptions(const QString& log, const char* heading, QString* table)
+{
+    const QRegularExpression section(QStringLiteral("<h2>%1</h2>\r\n<table class=\"sysinfo\">\r\n(.*?)</table>")
+                                         .arg(QLatin1String(heading)),
+                                     QRegularExpression::DotMatchesEverythingOption);
+    *table = section.match(log).captured(1);
+    const QRegularExpression row(QStringLiteral("<tr class=\"(?:odd|even)\"><th>(.*?)</th><td>.*?</td></tr>"),
+                                 QRegularExpression::DotMatchesEverythingOption);
+    std::vector<QString> captions;
+    int consumed = 0;
+    for (QRegularExpressionMatchIterator rows = row.globalMatch(*table); rows.hasNext();) {
+        const QRegularExpressionMatch next = rows.next();
+        if (next.capturedStart() != consumed)
+            return {};
+        captions.push_back(next.captured(1));
+        consumed = next.capturedEnd();
+    }
+    return consumed == table->size() ? captions : std::vector<QString>();
+}
+
+} // namespace
+
+// The example form learns as it stands, and its reports are made once: the successor of a replaced
+// log file opens with the very same tables. The reports' files go when the monitor's data set does.
+TEST_F(LogEndToEnd, EveryFileOfTheSeriesOpensWithTheSameThreeReports)
+{
+    const TempPathScope temporary;
+    const LogDirectoryScope successorsHere(m_dir.path());
+    const std::string form = exampleForm("bpw_template.html");
+    ASSERT_FALSE(form.empty());
+    Zarn* const monitor = createMonitor(form.c_str());
+    ASSERT_NE(monitor, nullptr);
+    EXPECT_EQ(countInjectorFiles(), 3);
+    for (const char* text : {"first", "second", "third"})
+        EXPECT_EQ(report(monitor, QLatin1String(text)), 0);
+    const QString first = fileLogName(monitor);
+    ASSERT_TRUE(MonitorInside::dataSetOf(monitor)->reestablishLogFile(false));
+    const QString second = fileLogName(monitor);
+    ASSERT_NE(second, first);
+    EXPECT_EQ(report(monitor, QStringLiteral("fourth")), 0);
+    EXPECT_EQ(countInjectorFiles(), 3) << "a successor reuses the reports";
+
+    const QString firstLog = logFileText(first);
+    const QString secondLog = logFileText(second);
+    EXPECT_TRUE(firstLog.startsWith(QStringLiteral("<!DOCTYPE html>\r\n<html>\r\n<head>\r\n<title>Farrowlink 4.1 log")));
+    EXPECT_EQ(firstLog.count(QStringLiteral("<td>Kind one ")), 3);
+    EXPECT_EQ(secondLog.count(QStringLiteral("<td>Kind one fourth</td>")), 1);
+    const std::pair<const char*, std::vector<QString>> reports[] = {
+        {"Application Environment", captionsOf(ZarnSysInfoEnvApp())},
+        {"Operating Environment", captionsOf(ZarnSysInfoEnvOp())},
+        {"Environment Variables", captionsOf(ZarnSysInfoEnvVars())},
+    };
+    for (const auto& shown : reports) {
+        SCOPED_TRACE(shown.first);
+        QString firstTable;
+        QString secondTable;
+        EXPECT_EQ(tableCaptions(firstLog, shown.first, &firstTable), shown.second);
+        tableCaptions(secondLog, shown.first, &secondTable);
+        EXPECT_TRUE(secondTable == firstTable) << "the successor's table differs";
+    }
+
+    Zarn::destroy();
+    EXPECT_EQ(countInjectorFiles(), 0);
+}
+
 class LogEndToEndConcurrency : public LogEndToEnd
 {
 };
@@ -413,7 +416,7 @@ TEST_F(LogEndToEndConcurrency, ThreadsWriteWholeEntriesIntoOneDocument)
 {
     constexpr int kThreads = 4;
     constexpr int kSituations = 50;
-    Zarn* const monitor = createMonitor(testForm());
+    Zarn* const monitor = createMonitor(kTestForm);
     ASSERT_NE(monitor, nullptr);
     ZarnData* const dataSet = MonitorInside::dataSetOf(monitor);
 

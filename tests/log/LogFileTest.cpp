@@ -1,12 +1,10 @@
 #include "monitor/ZarnData.h"
-
-#include "monitor/Zarn.h"
 #include "monitor/ZarnDataForThread.h"
+
 #include "support/TraceCapture.h"
 
 #include <gtest/gtest.h>
 
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QString>
@@ -21,32 +19,6 @@
 
 namespace {
 
-// What situation 10006 carried to the engine, and which resource module was current then.
-struct SeriesReport
-{
-    int situationID;
-    unsigned int number;
-    std::wstring origin;
-    HMODULE module;
-};
-
-class SeriesEngine : public ZarnDataForThread
-{
-public:
-    explicit SeriesEngine(std::vector<SeriesReport>* reports) : m_reports(reports) {}
-    bool describeSituation() override
-    {
-        ZarnArgCursor* const args = getDescriptionArgV();
-        const unsigned int number = static_cast<unsigned int>(args->nextUnsigned());
-        const auto* origin = reinterpret_cast<const wchar_t*>(args->nextString());
-        m_reports->push_back({getSituationID(), number, origin, getDataSet()->getResourceModule()});
-        return true;
-    }
-
-private:
-    std::vector<SeriesReport>* m_reports;
-};
-
 int acceptingProxy(unsigned int, i64, int, const wchar_t*, const wchar_t*)
 {
     return 1;
@@ -60,7 +32,7 @@ public:
     explicit LogData(i64 instantiatorID = 0) : ZarnData(instantiatorID)
     {
         setCharSetExternal(2);
-        m_proxyRespondToSituation = &acceptingProxy;
+        m_proxyRespondToSituation = &acceptingProxy; // a nonnative instantiator's log needs one
     }
     ~LogData() override
     {
@@ -70,13 +42,6 @@ public:
         }
     }
     using ZarnData::closeLogFile;
-
-    static void restartSeries()
-    {
-        s_logSeriesCount = 1;
-        s_logSeriesOrigin[0] = L'\0';
-    }
-    static std::wstring seriesOrigin() { return s_logSeriesOrigin; }
 
     std::vector<unsigned long> formMasks;
     bool installHead = false;
@@ -89,7 +54,6 @@ public:
     int successorThrows = 0;
     bool refuseLock = false;
     bool refuseClose = false;
-    mutable std::vector<SeriesReport> reports;
 
     bool openFile(wchar_t** nameSlot, QTextStream** streamSlot, wchar_t* const name, int openMode) override
     {
@@ -133,28 +97,18 @@ protected:
         return true;
     }
     bool enterCriticalSection() const override { return !refuseLock && ZarnData::enterCriticalSection(); }
-    ZarnDataForThread* newDataForThread() const override { return new SeriesEngine(&reports); }
 
 private:
     wchar_t* m_head = nullptr;
 };
 
-class ProbeZarn : public Zarn
-{
-public:
-    explicit ProbeZarn(ZarnData* dataSet) : Zarn(dataSet) {}
-    ~ProbeZarn() override = default;
-};
-
 class ZarnDataLogFile : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(dir.isValid());
-        LogData::restartSeries();
-    }
+    void SetUp() override { ASSERT_TRUE(dir.isValid()); }
     std::wstring path(const char* name) const { return (dir.path() + QLatin1Char('/') + name).toStdWString(); }
+    // A successor's name that the process has not used yet: a replacement won't repeat the last one.
+    std::wstring freshSuccessor() { return path(("next" + std::to_string(++successorsNamed) + ".html").c_str()); }
     static qint64 sizeOf(const std::wstring& file) { return QFileInfo(QString::fromStdWString(file)).size(); }
     static bool exists(const std::wstring& file) { return QFileInfo::exists(QString::fromStdWString(file)); }
     // Records `log` (and `form`) and establishes it.
@@ -163,38 +117,23 @@ protected:
         ASSERT_TRUE(data.recordLogFileNomenclature(&log[0], form, Zarn_LOG_HTML));
         ASSERT_TRUE(data.establishLogFile(true)) << data.getSelfDX_Code();
     }
-    // A place where a file can't be made: a read-only directory, or, where permissions don't
-    // bind this user, a "directory" that is really a file.
+    // A place where no file can be made, whoever runs the test: a "directory" that is really a file.
     std::wstring unwritablePath() const
     {
-        const QString locked = dir.path() + QStringLiteral("/locked");
-        QDir().mkdir(locked);
-        QFile::setPermissions(locked, QFileDevice::ReadOwner | QFileDevice::ExeOwner);
-        QFile probe(locked + QStringLiteral("/probe"));
-        if (!probe.open(QIODevice::WriteOnly))
-            return (locked + QStringLiteral("/log.html")).toStdWString();
-        probe.remove();
         QFile plain(dir.path() + QStringLiteral("/plain"));
         plain.open(QIODevice::WriteOnly);
         return (plain.fileName() + QStringLiteral("/log.html")).toStdWString();
     }
 
     QTemporaryDir dir;
+    int successorsNamed = 0;
 };
 
 } // namespace
 
 TEST_F(ZarnDataLogFile, OpenFileRefusesWithItsCodesAndTracesInThreePieces)
 {
-    struct Row
-    {
-        const char* name;
-        std::wstring file;
-        bool slotInUse;
-        int mode;
-        int heldCode;
-        int code;
-    };
+    struct Row { const char* name; std::wstring file; bool slotInUse; int mode; int heldCode; int code; };
     const Row rows[] = {
         {"unwritable directory", unwritablePath(), false, 3, 0, 45},
         {"missing form file", path("missing.html"), false, 1, 0, 45},
@@ -217,10 +156,10 @@ TEST_F(ZarnDataLogFile, OpenFileRefusesWithItsCodesAndTracesInThreePieces)
         EXPECT_EQ(stream, row.slotInUse ? &inUse : nullptr);
         EXPECT_EQ(nameSlot, nullptr) << "a name copied by the failed call is deleted";
         EXPECT_FALSE(exists(row.file));
-        const std::vector<std::wstring> expected = row.file.empty()
-            ? std::vector<std::wstring>{L"ZarnData::openFile () caught exception #" + std::to_wstring(row.code), L"."}
-            : std::vector<std::wstring>{L"ZarnData::openFile () caught exception #" + std::to_wstring(row.code),
-                                        L" when trying to open file " + row.file, L"."};
+        std::vector<std::wstring> expected = {L"ZarnData::openFile () caught exception #" + std::to_wstring(row.code)};
+        if (!row.file.empty())
+            expected.push_back(L" when trying to open file " + row.file);
+        expected.push_back(L".");
         EXPECT_EQ(capture.lines(), expected);
     }
 }
@@ -230,12 +169,7 @@ TEST_F(ZarnDataLogFile, OpenFileRefusesWithItsCodesAndTracesInThreePieces)
 // instantiator learns the body only and opens nothing.
 TEST_F(ZarnDataLogFile, EstablishingWithoutAHeadLeavesTheFileAsItWas)
 {
-    struct Row
-    {
-        i64 instantiator;
-        QByteArray before;
-        unsigned long mask;
-    };
+    struct Row { i64 instantiator; QByteArray before; unsigned long mask; };
     for (const Row& row : {Row{0, "", 7}, Row{0, "old bytes", 7}, Row{77, "", 2}}) {
         SCOPED_TRACE(row.before.constData() + std::to_string(row.instantiator));
         const std::wstring log = path("log.html");
@@ -278,12 +212,7 @@ TEST_F(ZarnDataLogFile, FailedOpenResetsTheCountersKeepsTheNameAndTraces)
 
 TEST_F(ZarnDataLogFile, AHeadThatFailsFromAFormFileGivesWayToTheBuiltInForm)
 {
-    struct Row
-    {
-        bool builtIn;
-        int code;
-        int headFrees;
-    };
+    struct Row { bool builtIn; int code; int headFrees; };
     for (const Row& row : {Row{false, 0, 1}, Row{true, 165, 2}}) {
         SCOPED_TRACE(row.builtIn);
         LogData data;
@@ -319,12 +248,12 @@ TEST_F(ZarnDataLogFile, ReplacementRefusesANameItCannotUse)
     const Row rows[] = {
         {"blank name", L" \t ", false, 0, false, false, 0, 132, L"[1] caught exception #132."},
         {"form name in other case", path("FORM.HTML"), false, 0, false, false, 0, 135, L"[1] caught exception #135."},
-        {"old file won't close", path("next.html"), false, 0, true, false, 0, 119, L"[1] caught exception #119."},
+        {"old file won't close", freshSuccessor(), false, 0, true, false, 0, 119, L"[1] caught exception #119."},
         {"no path composed", L"", false, 0, false, false, 0, 140, L"[2] caught exception #140/0."},
         {"no successor", L"", true, 0, false, false, 0, 142, L"[2] caught exception #142/0."},
         {"successor raised 7", L"", false, 7, false, false, 0, 142, L"[2] caught exception #142/7."},
-        {"lock refused", path("next.html"), false, 0, false, true, 0, 262, L"[2] caught exception #262/0."},
-        {"nonnative", path("next.html"), false, 0, false, false, 77, 141, L"[2] caught exception #141/0."},
+        {"lock refused", freshSuccessor(), false, 0, false, true, 0, 262, L"[2] caught exception #262/0."},
+        {"nonnative", freshSuccessor(), false, 0, false, false, 77, 141, L"[2] caught exception #141/0."},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -347,70 +276,51 @@ TEST_F(ZarnDataLogFile, ReplacementRefusesANameItCannotUse)
     }
 }
 
+// Forcing is deliberately no replacement of a file at its limit; unforced, a file is always replaced.
 // A form name stored empty counts as a change: it is dropped and the form learned anew.
-TEST_F(ZarnDataLogFile, ReplacementLearnsTheFormAnewOnlyWhenItChanged)
+TEST_F(ZarnDataLogFile, ReplacementTakesTheSuccessorUnlessForcedAtTheLimit)
 {
-    for (const bool emptyForm : {false, true}) {
-        SCOPED_TRACE(emptyForm);
-        LogData data;
-        const std::wstring form = emptyForm ? L"" : path("form.html");
-        establish(data, path("log.html"), form.c_str());
-        data.successors = {path("next.html")};
-        EXPECT_TRUE(data.reestablishLogFile(false)) << data.getSelfDX_Code();
-        EXPECT_EQ(data.formMasks.size(), emptyForm ? 2u : 1u);
-        if (emptyForm)
-            EXPECT_EQ(data.getFileLog()->m_formName, nullptr);
-        else
-            EXPECT_STREQ(data.getFileLog()->m_formName, form.c_str());
-        EXPECT_STREQ(data.getFileLogName(), path("next.html").c_str());
-        EXPECT_TRUE(exists(path("next.html")));
-    }
-}
-
-// true is deliberately no replacement on a file at its limit; false always replaces.
-TEST_F(ZarnDataLogFile, ForcedReplacementLeavesAFileAtItsLimitAlone)
-{
-    struct Row
-    {
-        bool force;
-        u64 belowLimit;
-        bool replaced;
+    struct Row { const char* name; bool force; u64 belowLimit; bool emptyForm; bool replaced; };
+    const Row rows[] = {
+        {"unforced at the limit", false, 0, false, true},
+        {"forced below the limit", true, 1, false, true},
+        {"forced at the limit", true, 0, false, false},
+        {"form name stored empty", false, 0, true, true},
     };
-    for (const Row& row : {Row{true, 0, false}, Row{true, 1, true}, Row{false, 0, true}}) {
-        SCOPED_TRACE(std::to_string(row.force) + "/" + std::to_string(row.belowLimit));
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
         LogData data;
         const std::wstring log = path("log.html");
-        establish(data, log);
-        data.successors = {path("next.html")};
+        const std::wstring form = row.emptyForm ? L"" : path("form.html");
+        establish(data, log, form.c_str());
+        const std::wstring next = freshSuccessor();
+        data.successors = {next};
         data.getFileLog()->m_logByteCount = data.getLogFileByteCountLimit() - row.belowLimit;
         EXPECT_TRUE(data.reestablishLogFile(row.force)) << data.getSelfDX_Code();
         EXPECT_EQ(data.successorsTaken, row.replaced ? 1u : 0u);
-        EXPECT_STREQ(data.getFileLogName(), row.replaced ? path("next.html").c_str() : log.c_str());
+        EXPECT_STREQ(data.getFileLogName(), (row.replaced ? next : log).c_str());
+        EXPECT_EQ(exists(next), row.replaced);
         EXPECT_EQ(data.getFileLog()->m_logByteCount, row.replaced ? 0u : data.getLogFileByteCountLimit());
+        EXPECT_EQ(data.formMasks.size(), row.emptyForm ? 2u : 1u);
+        EXPECT_EQ(data.getFileLog()->m_formName == nullptr, row.emptyForm);
     }
 }
 
 TEST_F(ZarnDataLogFile, LimitKeepsItsBoundsAndReplacesAFileThatAlreadyReachedIt)
 {
-    struct Row
-    {
-        u64 limit;
-        u64 count;
-        bool successorFails;
-        int code;
-        bool replaced;
-    };
+    struct Row { u64 limit; u64 count; bool successorFails; int code; bool replaced; };
     const Row rows[] = {
-        {1048576, 0, false, 0, false},       {78643200, 0, false, 0, false},     {1048575, 0, false, 117, false},
-        {78643201, 0, false, 116, false},    {1048576, 2000000, false, 0, true}, {1048576, 1048576, false, 0, true},
-        {1048576, 1048575, false, 0, false}, {1048576, 2000000, true, 118, false},
+        {1048576, 0, false, 0, false},       {78643200, 0, false, 0, false},    {1048575, 0, false, 117, false},
+        {78643201, 0, false, 116, false},    {1048576, 1048576, false, 0, true}, {1048576, 1048575, false, 0, false},
+        {1048576, 1048576, true, 118, false},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(std::to_string(row.limit) + "/" + std::to_string(row.count));
         LogData data;
         const std::wstring log = path("log.html");
         establish(data, log);
-        data.successors = {path("next.html")};
+        const std::wstring next = freshSuccessor();
+        data.successors = {next};
         data.successorFails = row.successorFails;
         data.getFileLog()->m_logByteCount = row.count;
         TraceCapture capture;
@@ -419,7 +329,7 @@ TEST_F(ZarnDataLogFile, LimitKeepsItsBoundsAndReplacesAFileThatAlreadyReachedIt)
         EXPECT_EQ(data.getSelfDX_Code(), row.code);
         EXPECT_EQ(previous, row.code == 0 ? ZarnData::kDefaultLogFileByteCountLimit : 0u);
         EXPECT_EQ(data.getLogFileByteCountLimit(), row.code == 0 ? row.limit : ZarnData::kDefaultLogFileByteCountLimit);
-        EXPECT_STREQ(data.getFileLogName(), row.replaced ? path("next.html").c_str() : log.c_str());
+        EXPECT_STREQ(data.getFileLogName(), (row.replaced ? next : log).c_str());
         EXPECT_EQ(capture.contains(L"ZarnData::setLogFileByteCountLimit () caught exception #"
                                    + std::to_wstring(row.code) + L"."),
                   row.code != 0);
@@ -438,33 +348,6 @@ TEST_F(ZarnDataLogFile, FileLogNameNeedsRoomForItsTerminator)
     data.setSelfDX_Code(0);
     EXPECT_TRUE(data.getFileLogName(buffer.data(), log.size() + 1));
     EXPECT_EQ(std::wstring(buffer.data()), log);
-}
-
-// Each successor tells its number and the series' first file, with the library's own strings current.
-TEST_F(ZarnDataLogFile, SeriesCountsOnAndNamesItsFirstFile)
-{
-    auto* data = new LogData;
-    const std::wstring first = path("first.html");
-    establish(*data, first);
-    ProbeZarn owner(data); // owns the data set from here
-    data->setOwner(&owner);
-    const HMODULE bootstrap = data->getResourceModule();
-    ASSERT_NE(data->getSelfResourceModule(), nullptr);
-    ASSERT_NE(data->getSelfResourceModule(), bootstrap);
-    data->successors = {path("second.html"), path("third.html")};
-    ASSERT_TRUE(data->reestablishLogFile(false)) << data->getSelfDX_Code();
-    ASSERT_TRUE(data->reestablishLogFile(false)) << data->getSelfDX_Code();
-    ASSERT_EQ(data->reports.size(), 2u);
-    for (unsigned int index = 0; index < 2; ++index) {
-        SCOPED_TRACE(index);
-        EXPECT_EQ(data->reports[index].situationID, 10006);
-        EXPECT_EQ(data->reports[index].number, index + 2);
-        EXPECT_EQ(data->reports[index].origin, first);
-        EXPECT_EQ(data->reports[index].module, data->getSelfResourceModule());
-    }
-    EXPECT_EQ(data->getResourceModule(), bootstrap);
-    EXPECT_EQ(LogData::seriesOrigin(), first);
-    EXPECT_STREQ(data->getFileLogName(), path("third.html").c_str());
 }
 
 // Readers of the name on other threads see one whole name or another while the file is replaced.

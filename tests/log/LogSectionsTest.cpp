@@ -1,7 +1,6 @@
 // The section writers of the engine: head, entries and tail of a log file, byte for byte.
 #include "support/HandBuiltLog.h"
 
-#include <QCoreApplication>
 #include <QDateTime>
 #include <QRegularExpression>
 #include <QStringList>
@@ -16,13 +15,7 @@ namespace {
 
 constexpr unsigned long long kAllOnes = ~0ull;
 
-enum class Writer
-{
-    Section,
-    Head,
-    Body,
-    Tail
-};
+enum class Writer { Section, Head, Body, Tail };
 const Writer kWriters[] = {Writer::Section, Writer::Head, Writer::Body, Writer::Tail};
 const char* const kWriterNames[] = {"logFormSection", "logFormSectionHead", "logFormSectionBody", "logFormSectionTail"};
 
@@ -76,51 +69,37 @@ QStringList timeStampsWithin(const QString& text, const QDateTime& before, const
 
 } // namespace
 
+// Head and first tail when the file is established; each entry goes where the tail began and a
+// fresh tail follows it. The formatter writes the sections' line feeds as CR LF.
 TEST(LogSections, HeadEntriesAndTailAreByteExact)
 {
     HandBuiltLog log;
-    log.data().recordTag(L"Farrowlink", Zarn_FORM_TAG_PRODUCT_NAME);
-    log.setSection(LogSection::Head, L"<html><body>\n<p>%1!s! pid %2!lu! in %3!s!</p>\n<table>\n",
-                   {Zarn_FORM_VAR_PRODUCT_NAME, Zarn_FORM_VAR_PROCESS_ID, Zarn_FORM_VAR_LOGFILE_NAME});
+    log.setSection(LogSection::Head, L"<table>\n");
     log.setSection(LogSection::Body,
-                   L"<tr bgcolor=#%1!X!><td>%2!d!</td><td>%3!d!-%4!02d!-%5!02d! %6!02d!:%7!02d!:%8!02d!.%9!03d!</td>"
-                   L"<td>%10!s!</td></tr>\n",
-                   {Zarn_FORM_VAR_ENTRY_COLOR, Zarn_FORM_VAR_ENTRY_ID, Zarn_FORM_VAR_YEAR, Zarn_FORM_VAR_MONTH,
-                    Zarn_FORM_VAR_DAY, Zarn_FORM_VAR_HOURS, Zarn_FORM_VAR_MINUTES, Zarn_FORM_VAR_SECONDS,
-                    Zarn_FORM_VAR_MILLISECONDS, Zarn_FORM_VAR_SITUATION_DSCRP});
-    log.setSection(LogSection::Tail, L"</table>\n</body></html>\n");
-    // The formatter writes the sections' line feeds as CR LF.
-    const QString head = QStringLiteral("<html><body>\r\n<p>Farrowlink pid %1 in %2</p>\r\n<table>\r\n")
-                             .arg(QCoreApplication::applicationPid())
-                             .arg(log.path());
-    const QString tail = QStringLiteral("</table>\r\n</body></html>\r\n");
-    const auto bytesOf = [](const QString& text) { return 2ull * static_cast<unsigned long long>(text.size()); };
-
+                   L"<tr><td>%1!d!-%2!02d!-%3!02d! %4!02d!:%5!02d!:%6!02d!.%7!03d!</td><td>%8!s!</td></tr>\n",
+                   {Zarn_FORM_VAR_YEAR, Zarn_FORM_VAR_MONTH, Zarn_FORM_VAR_DAY, Zarn_FORM_VAR_HOURS,
+                    Zarn_FORM_VAR_MINUTES, Zarn_FORM_VAR_SECONDS, Zarn_FORM_VAR_MILLISECONDS,
+                    Zarn_FORM_VAR_SITUATION_DSCRP});
+    log.setSection(LogSection::Tail, L"</table>\n");
+    const QString head = QStringLiteral("<table>\r\n");
+    const QString tail = QStringLiteral("</table>\r\n");
     ASSERT_TRUE(log.writeHead()) << log.engine().getSelfDX_Code();
     ASSERT_TRUE(log.engine().logFormSectionTail()) << log.engine().getSelfDX_Code();
     EXPECT_EQ(log.bytes(), HandBuiltLog::utf16Bytes(head + tail));
-    EXPECT_EQ(log.file()->m_tailPosition, static_cast<int>(2 + bytesOf(head)));
 
-    const QString firstText = QStringLiteral("first & <b>bold</b>");
-    const QString secondText = QString::fromWCharArray(L"zweite: Gr\u00FC\u00DFe \u20AC \U0001F600");
     const QDateTime before = QDateTime::currentDateTime();
-    ASSERT_TRUE(log.writeEntry(firstText.toStdWString())) << log.engine().getSelfDX_Code();
-    const QByteArray afterFirst = log.bytes();
-    ASSERT_TRUE(log.writeEntry(secondText.toStdWString())) << log.engine().getSelfDX_Code();
-    const QDateTime after = QDateTime::currentDateTime();
-
-    const QStringList stamps = timeStampsWithin(log.text(), before, after);
-    ASSERT_EQ(stamps.size(), 2) << log.text().toStdString();
-    const QString first =
-        QStringLiteral("<tr bgcolor=#F0F0FF><td>1</td><td>%1</td><td>%2</td></tr>\r\n").arg(stamps[0], firstText);
-    const QString second =
-        QStringLiteral("<tr bgcolor=#F7F7FF><td>2</td><td>%1</td><td>%2</td></tr>\r\n").arg(stamps[1], secondText);
-    // Each entry went where the old tail began, and a fresh tail followed it.
-    EXPECT_EQ(afterFirst, HandBuiltLog::utf16Bytes(head + first + tail));
-    EXPECT_EQ(log.bytes(), HandBuiltLog::utf16Bytes(head + first + second + tail));
-    EXPECT_EQ(log.file()->m_tailPosition, static_cast<int>(2 + bytesOf(head + first + second)));
-    EXPECT_EQ(log.file()->m_logByteCount, 2 + bytesOf(head + first + second + tail)) << "a tail counts once";
-    EXPECT_EQ(log.data().getSituationsCount(), 2ul);
+    QString entries;
+    for (const QString& text : {QStringLiteral("first & <b>bold</b>"),
+                                QString::fromWCharArray(L"zweite: Gr\u00FC\u00DFe \u20AC \U0001F600")}) {
+        ASSERT_TRUE(log.writeEntry(text.toStdWString())) << log.engine().getSelfDX_Code();
+        const QStringList stamps = timeStampsWithin(log.text(), before, QDateTime::currentDateTime());
+        ASSERT_FALSE(stamps.isEmpty()) << log.text().toStdString();
+        entries += QStringLiteral("<tr><td>%1</td><td>%2</td></tr>\r\n").arg(stamps.back(), text);
+        EXPECT_EQ(log.bytes(), HandBuiltLog::utf16Bytes(head + entries + tail));
+        EXPECT_EQ(log.file()->m_tailPosition, 2 + 2 * (head + entries).size());
+    }
+    EXPECT_EQ(log.file()->m_logByteCount, static_cast<unsigned long long>(2 + 2 * (head + entries + tail).size()))
+        << "a tail counts once";
 }
 
 TEST(LogSections, EntryIdInHeadCountsAndInTailDoesNot)
@@ -138,38 +117,27 @@ TEST(LogSections, EntryIdInHeadCountsAndInTailDoesNot)
     EXPECT_EQ(log.data().getSituationsCount(), 3ul);
 }
 
+// The body adds 7 characters to the description, and the text and its terminator must fit 1024.
+// A longer entry is lost whole; the next one is written as usual.
 TEST(LogSections, EntryTooLongForTheScratchBufferIsLostWith178)
 {
-    // The body adds 7 characters to the description; the text and its terminator must fit 1024.
-    struct Row
-    {
-        size_t descriptionLength;
-        int code;
-    };
-    for (const Row& row : {Row{1016, 0}, Row{1017, 178}, Row{1023, 178}}) {
-        SCOPED_TRACE(::testing::Message() << "description of " << row.descriptionLength);
-        HandBuiltLog log;
-        log.setSection(LogSection::Head, L"<html>\n");
-        log.setSection(LogSection::Body, L"<p>%1!s!</p>", {Zarn_FORM_VAR_SITUATION_DSCRP});
-        log.setSection(LogSection::Tail, L"</html>\n");
-        ASSERT_TRUE(log.writeHead() && log.engine().logFormSectionTail());
-        ASSERT_TRUE(log.writeEntry(L"short"));
-        const QByteArray before = log.bytes();
-        const unsigned long long counted = log.file()->m_logByteCount;
+    HandBuiltLog log;
+    log.setSection(LogSection::Head, L"<html>\n");
+    log.setSection(LogSection::Body, L"<p>%1!s!</p>", {Zarn_FORM_VAR_SITUATION_DSCRP});
+    log.setSection(LogSection::Tail, L"</html>\n");
+    ASSERT_TRUE(log.writeHead() && log.engine().logFormSectionTail());
+    const QString longest(1016, QLatin1Char('d'));
+    ASSERT_TRUE(log.writeEntry(longest.toStdWString())) << log.engine().getSelfDX_Code();
+    const QByteArray before = log.bytes();
+    const unsigned long long counted = log.file()->m_logByteCount;
 
-        const QString description(static_cast<int>(row.descriptionLength), QLatin1Char('d'));
-        EXPECT_EQ(log.writeEntry(description.toStdWString()), row.code == 0);
-        EXPECT_EQ(log.engine().getSelfDX_Code(), row.code);
-        if (row.code == 0) {
-            EXPECT_EQ(log.text(), QStringLiteral("<html>\r\n<p>short</p><p>%1</p></html>\r\n").arg(description));
-            continue;
-        }
-        EXPECT_EQ(log.bytes(), before) << "nothing of a lost entry reaches the file";
-        EXPECT_EQ(log.file()->m_logByteCount, counted);
-        log.engine().forgetSelfDX_Code();
-        ASSERT_TRUE(log.writeEntry(L"next"));
-        EXPECT_EQ(log.text(), QStringLiteral("<html>\r\n<p>short</p><p>next</p></html>\r\n"));
-    }
+    EXPECT_FALSE(log.writeEntry(std::wstring(1017, L'd')));
+    EXPECT_EQ(log.engine().getSelfDX_Code(), 178);
+    EXPECT_EQ(log.bytes(), before) << "nothing of a lost entry reaches the file";
+    EXPECT_EQ(log.file()->m_logByteCount, counted);
+    log.engine().forgetSelfDX_Code();
+    ASSERT_TRUE(log.writeEntry(L"next"));
+    EXPECT_EQ(log.text(), QStringLiteral("<html>\r\n<p>%1</p><p>next</p></html>\r\n").arg(longest));
 }
 
 TEST(LogSections, FormattedLengthThatDisagreesWritesNothingWith160)
@@ -189,13 +157,7 @@ TEST(LogSections, FormattedLengthThatDisagreesWritesNothingWith160)
 
 TEST(LogSections, EmptySectionIsQuietUnlessItHasVariables)
 {
-    struct Row
-    {
-        Writer writer;
-        const wchar_t* format;
-        bool withVariable;
-        int code;
-    };
+    struct Row { Writer writer; const wchar_t* format; bool withVariable; int code; };
     const Row rows[] = {
         {Writer::Section, nullptr, false, 0}, {Writer::Section, L"", false, 0}, {Writer::Head, nullptr, false, 0},
         {Writer::Head, L"", false, 0},        {Writer::Body, nullptr, false, 0}, {Writer::Tail, L"", false, 0},
@@ -219,11 +181,7 @@ TEST(LogSections, EmptySectionIsQuietUnlessItHasVariables)
 
 TEST(LogSections, ByteCountSaturatesAtAllOnes)
 {
-    struct Row
-    {
-        unsigned long long start;
-        unsigned long long expected;
-    };
+    struct Row { unsigned long long start; unsigned long long expected; };
     // The entry "abc" is 6 bytes.
     for (const Row& row : {Row{10, 16}, Row{kAllOnes - 3, kAllOnes}, Row{kAllOnes - 6, kAllOnes}, Row{kAllOnes, kAllOnes}}) {
         SCOPED_TRACE(::testing::Message() << "from " << row.start);
@@ -240,16 +198,8 @@ TEST(LogSections, ByteCountSaturatesAtAllOnes)
 
 TEST(LogSections, VariablesTakeTheirValues)
 {
-    struct Row
-    {
-        const char* name;
-        Zarn_FORM_VAR var;
-        int local;
-        int remote;
-        unsigned long countBefore;
-        const char* expected;
-        unsigned long countAfter;
-    };
+    struct Row { const char* name; Zarn_FORM_VAR var; int local, remote; unsigned long countBefore;
+                 const char* expected; unsigned long countAfter; };
     const Row rows[] = {
         {"local situation id when no remote one", Zarn_FORM_VAR_SITUATION_ID, 7, 0, 0, "7", 0},
         {"remote situation id when set", Zarn_FORM_VAR_SITUATION_ID, 7, 42, 0, "42", 0},
@@ -303,12 +253,7 @@ TEST(LogSections, GuardsRaiseTheirCodes)
                 log.setSection(section, format, {var});
         };
     };
-    struct Row
-    {
-        const char* name;
-        Arrange arrange;
-        int codes[4]; // in the order of kWriters
-    };
+    struct Row { const char* name; Arrange arrange; int codes[4]; }; // codes in the order of kWriters
     const Row rows[] = {
         {"not native", [](HandBuiltLog& log, HandBuiltLogEngine&) { log.data().setNonnativeInstantiatorID(5); },
          {177, 171, 158, 199}},

@@ -17,8 +17,6 @@
 
 namespace {
 
-constexpr unsigned long kAllSections = SECTION_HEAD | SECTION_BODY | SECTION_TAIL;
-
 // One injector whose four affixes are lines of `affixLength` characters, each starting with its
 // own tag so that the report can be told apart.
 std::string largeInjector(const char* variable, const char* tag, size_t affixLength)

@@ -200,8 +200,12 @@ public:
         return written;
     }
 
+    // What the file holds once the stream has let go of it: a section waits in the stream for the
+    // tail that goes out with it.
     QByteArray bytes() const
     {
+        if (m_data.getFileLog()->m_logStream != nullptr)
+            m_data.getFileLog()->m_logStream->flush();
         QFile reader(m_path);
         reader.open(QIODevice::ReadOnly);
         return reader.readAll();
