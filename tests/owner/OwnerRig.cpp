@@ -26,29 +26,24 @@ struct Folders
 
 Folders& folders()
 {
-    static Folders* made = [] {
-        static int argc = 1;
-        static char name[] = "zmu_test_owner";
-        static char* argv[] = {name, nullptr};
-        if (QCoreApplication::instance() == nullptr)
-            new QCoreApplication(argc, argv); // lives to the end: the program's name and folder
-        return new Folders;
-    }();
-    return *made;
+    static int argc = 1;
+    static char name[] = "zmu_test_owner";
+    static char* argv[] = {name, nullptr};
+    if (QCoreApplication::instance() == nullptr)
+        new QCoreApplication(argc, argv); // lives to the end: the program's name and folder
+    static Folders made; // removed at exit with all the rounds
+    return made;
 }
 
 // Zarn keeps its data set to itself and its subclasses, and so does ZarnData its log series.
 struct MonitorPeek : Zarn
 {
-    static constexpr auto getter = &MonitorPeek::getDataSet;
+    using Zarn::getDataSet;
 };
 struct SeriesPeek : ZarnData
 {
-    static void restart()
-    {
-        s_logSeriesCount = 1;
-        s_logSeriesOrigin[0] = L'\0';
-    }
+    using ZarnData::s_logSeriesCount;
+    using ZarnData::s_logSeriesOrigin;
 };
 
 } // namespace
@@ -56,26 +51,31 @@ struct SeriesPeek : ZarnData
 void prepare()
 {
     Folders& made = folders();
+    Zarn::destroy();
+    SeriesPeek::s_logSeriesCount = 1;
+    SeriesPeek::s_logSeriesOrigin[0] = L'\0';
     const QString round = made.root.path() + QStringLiteral("/%1").arg(++made.round);
     QDir().mkpath(round + QStringLiteral("/registry"));
     QDir().mkpath(round + QStringLiteral("/log"));
     qputenv("ZMU_REGISTRY_ROOT", (round + QStringLiteral("/registry")).toUtf8());
     qputenv("ZMU_BRAND_FILE", brandFile().toUtf8());
+    QFile::remove(brandFile());
+    QDir().rmdir(brandFile());
     made.logDirectory = round + QStringLiteral("/log/");
-    removeBrandFile();
     ZarnData::setLogVariables(made.logDirectory.toStdWString().c_str(), 1, true, 20, 7);
 }
 
 QString logDirectory() { return folders().logDirectory; }
 QString brandFile() { return folders().root.path() + QStringLiteral("/farrowlink.brand"); }
-void removeBrandFile() { QFile::remove(brandFile()); }
 void keepFoldersAtExit() { folders().root.setAutoRemove(false); }
 
 void writeBrandFile(const QByteArray& text)
 {
     QFile file(brandFile());
-    file.open(QIODevice::WriteOnly | QIODevice::Truncate);
-    file.write(text);
+    if (text == "/")
+        QDir().mkdir(brandFile());
+    else if (!text.isEmpty() && file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        file.write(text);
 }
 
 void storeAssertiveness(DWORD type, const void* data, DWORD size)
@@ -99,19 +99,14 @@ void readAssertiveness(DWORD& type, DWORD& value)
     RegCloseKey(key);
 }
 
-ZarnData* dataOf(const Zarn* monitor) { return (monitor->*MonitorPeek::getter)(); }
-void restartLogSeries() { SeriesPeek::restart(); }
+ZarnData* dataOf(const Zarn* monitor) { return (monitor->*&MonitorPeek::getDataSet)(); }
 
 std::wstring readLogFile(const std::wstring& name)
 {
     QFile file(QString::fromStdWString(name));
     file.open(QIODevice::ReadOnly);
     const QByteArray bytes = file.readAll();
-    std::wstring text;
-    for (int at = 0; at + 1 < bytes.size(); at += 2)
-        text.push_back(static_cast<wchar_t>(static_cast<unsigned char>(bytes[at])
-                                            | (static_cast<unsigned char>(bytes[at + 1]) << 8)));
-    return text;
+    return QString::fromUtf16(reinterpret_cast<const char16_t*>(bytes.constData()), bytes.size() / 2).toStdWString();
 }
 
 HMODULE loadTestModule(const char* file)

@@ -12,15 +12,14 @@
 
 namespace ownerRig {
 
-// Makes the application and the folders once, points ZMU_REGISTRY_ROOT and ZMU_BRAND_FILE at
-// them, and empties the store and the log variables' directory for the next test.
+// Makes the application and the folders once; then, for the next test: no monitor, an empty store
+// and no brand file (ZMU_REGISTRY_ROOT, ZMU_BRAND_FILE), the starting log variables on an empty
+// log directory, and a log series that starts afresh.
 void prepare();
-// The folder the log variables name, with a trailing "/".
-QString logDirectory();
+QString logDirectory(); // with a trailing "/"
 QString brandFile();
-// Writes the brand file; removeBrandFile takes it away, so the built-in texts answer.
+// Writes the brand file; an empty text leaves none, and "/" puts a folder in its place.
 void writeBrandFile(const QByteArray& text);
-void removeBrandFile();
 // In a forked child: its exit must not remove the parent's folders.
 void keepFoldersAtExit();
 
@@ -30,10 +29,7 @@ void storeAssertiveness(DWORD type, const void* data, DWORD size);
 void readAssertiveness(DWORD& type, DWORD& value); // REG_NONE and 0 if there is none
 
 ZarnData* dataOf(const Zarn* monitor);
-// The text of a log file: UTF-16 behind a leading U+FEFF.
-std::wstring readLogFile(const std::wstring& name);
-// The log series of the process starts afresh.
-void restartLogSeries();
+std::wstring readLogFile(const std::wstring& name); // UTF-16 text
 HMODULE loadTestModule(const char* file);
 std::wstring userName();
 

@@ -41,12 +41,8 @@ TEST(ZarnDataZGWSettings, LevelsEnablementsAndCriteriaMapOneSidedly)
     }
     // Enablements to level: the first mask contained in full wins, so 63 never gives 5 and 43
     // gives 2; a word with none of them gives false, 11 and 1.
-    struct Word
-    {
-        unsigned int enablements;
-        unsigned long level;
-    };
-    const Word words[] = {{0, 0}, {63, 6}, {47, 4}, {39, 3}, {43, 2}, {3, 1}, {12, 0}, {4, 0}};
+    struct Word { unsigned int enablements; unsigned long level; };
+    const Word words[] = {{0, 0}, {63, 6}, {47, 4}, {39, 3}, {43, 2}, {3, 1}, {12, 0}};
     for (const Word& row : words) {
         unsigned int enablements = row.enablements;
         unsigned long level = 99;
@@ -56,19 +52,13 @@ TEST(ZarnDataZGWSettings, LevelsEnablementsAndCriteriaMapOneSidedly)
         EXPECT_EQ(enablements, valid ? row.enablements : 11) << row.enablements;
     }
     // Criteria to enablements and back, by groups of four bits.
-    struct Criteria
-    {
-        unsigned long long criteria;
-        unsigned int enablements;
-        bool roundTrip;
-    };
+    struct Criteria { unsigned long long criteria; unsigned int enablements; bool roundTrip; };
     const Criteria groups[] = {
         {0, 0, true},
-        {0xE00001E1E0000000, 3, true}, // the starting level 1
-        {0xE000000000000000 | 0x2000000 | 0x20000000 | 0x200000000 | 0x2000000000 | 0x200000000000 | 0x2000000000000,
-         63, false},
-        {0x1E0000000000, 0, false},     // the group of no enablement
-        {0xE000000000000000, 0, false}, // the respond mask is ignored on the way back
+        {0xE00001E1E0000000, 3, true},   // the starting level 1
+        {0xE002202222000000, 63, false}, // one bit of each group counts for it
+        {0x1E0000000000, 0, false},      // the group of no enablement
+        {0xE000000000000000, 0, false},  // the respond mask is ignored on the way back
     };
     for (const Criteria& row : groups) {
         unsigned int enablements = 99;
@@ -86,52 +76,27 @@ TEST(ZarnDataZGWSettings, LevelsEnablementsAndCriteriaMapOneSidedly)
     EXPECT_EQ(Z::obtainLogFileMaintenanceOperation(), 1ul);
 }
 
-// The size setting is taken as bytes: the starting 20 is refused and the data set keeps its own.
-TEST(ZarnDataZGWSettings, ByteCountLimitIsTakenUnscaled)
-{
-    const unsigned long long rows[][2] = {{20, ZarnData::kDefaultLogFileByteCountLimit}, {1048576, 1048576}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row[0]);
-        ownerRig::prepare();
-        ZarnData::setLogVariables(ownerRig::logDirectory().toStdWString().c_str(), 1, true,
-                                  static_cast<unsigned int>(row[0]), 7);
-        EXPECT_EQ(Z::obtainLogFileByteCountLimit(), row[0]);
-        ZarnDataZGW owner(ZGW_OWNER_CM, true, nullptr, nullptr, Zarn_LOG_HTML);
-        Zarn* monitor = owner.createZarnMonitor();
-        ASSERT_NE(monitor, nullptr) << Z::getDX_Code1();
-        EXPECT_EQ(ownerRig::dataOf(monitor)->getLogFileByteCountLimit(), row[1]);
-        EXPECT_TRUE(Z::destroyZarnMonitor(monitor));
-    }
-}
-
 // A missing or out-of-range number repairs itself; a value of another shape stays and fails.
 TEST(ZarnDataZGWSettings, AssertivenessLevelRepairsItsValue)
 {
-    struct Row
-    {
-        const char* name;
-        DWORD type; // of the value written before; REG_NONE: the key alone
-        DWORD stored;
-        const char* store; // "no key", "read-only", or "" for a writable store with the key
-        int level;
-        int status;
-        DWORD typeAfter; // REG_NONE: no value afterwards
-    };
+    enum Store { Writable, NoKey, ReadOnly };
+    // type: of the value written before (REG_NONE: the key alone); typeAfter REG_NONE: no value
+    struct Row { const char* name; DWORD type; DWORD stored; Store store; int level; int status; DWORD typeAfter; };
     const Row rows[] = {
-        {"missing value is written as 0", REG_NONE, 0, "", 0, 0, REG_DWORD},
-        {"a level in range", REG_DWORD, 10, "", 10, 0, REG_DWORD},
-        {"11 is rewritten to 0", REG_DWORD, 11, "", 0, 0, REG_DWORD},
-        {"a string stays, with 33", REG_SZ, 0, "", 0, 33, REG_SZ},
-        {"no key: 32", REG_NONE, 0, "no key", 0, 32, REG_NONE},
-        {"a read-only store: 32", REG_NONE, 0, "read-only", 0, 32, REG_NONE},
+        {"missing value is written as 0", REG_NONE, 0, Writable, 0, 0, REG_DWORD},
+        {"a level in range", REG_DWORD, 10, Writable, 10, 0, REG_DWORD},
+        {"11 is rewritten to 0", REG_DWORD, 11, Writable, 0, 0, REG_DWORD},
+        {"a string stays, with 33", REG_SZ, 0, Writable, 0, 33, REG_SZ},
+        {"no key: 32", REG_NONE, 0, NoKey, 0, 32, REG_NONE},
+        {"a read-only store: 32", REG_NONE, 0, ReadOnly, 0, 32, REG_NONE},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         ownerRig::prepare();
         LevelProbe probe; // built on an empty store, where its own reading changes nothing
-        if (std::string(row.store) != "no key")
+        if (row.store != NoKey)
             ownerRig::storeAssertiveness(row.type, row.type == REG_NONE ? nullptr : &row.stored, sizeof(DWORD));
-        if (std::string(row.store) == "read-only")
+        if (row.store == ReadOnly)
             QFile(qEnvironmentVariable("ZMU_REGISTRY_ROOT") + QStringLiteral("/readonly")).open(QIODevice::WriteOnly);
         TraceCapture capture;
         Zarn_DX_MODE level = 99;
@@ -139,20 +104,25 @@ TEST(ZarnDataZGWSettings, AssertivenessLevelRepairsItsValue)
         EXPECT_EQ(level, row.level);
         EXPECT_EQ(capture.contains(L"obtainAssertivenessLevel () failed (ZGW" + std::to_wstring(row.status) + L"/"),
                   row.status != 0);
-        DWORD type = REG_NONE;
-        DWORD value = 99;
+        DWORD type = REG_NONE, value = 99;
         ownerRig::readAssertiveness(type, value);
         EXPECT_EQ(type, row.typeAfter);
         EXPECT_EQ(value, row.typeAfter == REG_DWORD ? static_cast<DWORD>(row.level) : row.stored);
     }
+}
 
-    // A standalone owner's data set takes its situation mode from there.
+// A standalone owner's data set takes its situation mode from the store, and the size setting as
+// bytes: the starting 20 is refused, and the data set keeps its own limit.
+TEST(ZarnDataZGWSettings, DataSetTakesTheStoredModeAndAnUnscaledByteLimit)
+{
     ownerRig::prepare();
     const DWORD stored = 7;
     ownerRig::storeAssertiveness(REG_DWORD, &stored, sizeof(stored));
+    EXPECT_EQ(Z::obtainLogFileByteCountLimit(), 20u);
     ZarnDataZGW owner(ZGW_OWNER_LOGON, true, nullptr, nullptr, Zarn_LOG_HTML);
     Zarn* monitor = owner.createZarnMonitor();
     ASSERT_NE(monitor, nullptr) << Z::getDX_Code1();
     EXPECT_EQ(monitor->getSituationMode(), 7);
+    EXPECT_EQ(ownerRig::dataOf(monitor)->getLogFileByteCountLimit(), ZarnData::kDefaultLogFileByteCountLimit);
     EXPECT_TRUE(Z::destroyZarnMonitor(monitor));
 }

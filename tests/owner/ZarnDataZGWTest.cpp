@@ -5,8 +5,6 @@
 #include "OwnerRig.h"
 #include "foundation/TObjectMap.h"
 #include "foundation/UTL_String.h"
-#include "monitor/Zarn.h"
-#include "monitor/ZarnData.h"
 #include "owner/ZRpbr.h"
 #include "platform/Modules.h"
 #include "platform/Threads.h"
@@ -56,78 +54,77 @@ QString logNameOf(const Zarn* monitor)
 // The engines a data set holds by thread.
 struct MapPeek : ZarnData
 {
-    static constexpr auto map = &MapPeek::m_mapOfDataForThreads;
+    using ZarnData::m_mapOfDataForThreads;
 };
 bool hasEngineOf(const Zarn* monitor, unsigned long threadID)
 {
     void* engine = nullptr;
-    return (ownerRig::dataOf(monitor)->*MapPeek::map)->find(threadID, &engine);
+    return (ownerRig::dataOf(monitor)->*&MapPeek::m_mapOfDataForThreads)->find(threadID, &engine);
 }
 
 class ZarnDataZGWOwner : public testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        ownerRig::prepare();
-        ownerRig::restartLogSeries();
-        Zarn::destroy();
-        // The product's version file, which gives FILE_VERSION and PRODUCT_VERSION.
-        m_versionFile = ownerRig::loadTestModule("libpv.so");
-        ASSERT_NE(m_versionFile, nullptr);
-    }
-    void TearDown() override
-    {
-        Zarn::destroy();
-        FreeLibrary(m_versionFile);
-    }
-
-    HMODULE m_versionFile = nullptr;
+    void SetUp() override { ownerRig::prepare(); ASSERT_NE(m_versionFile, nullptr); }
+    void TearDown() override { Zarn::destroy(); FreeLibrary(m_versionFile); }
+    // The product's version file, which gives FILE_VERSION and PRODUCT_VERSION.
+    HMODULE m_versionFile = ownerRig::loadTestModule("libpv.so");
 };
 
 } // namespace
 
-TEST_F(ZarnDataZGWOwner, StandaloneOwnerGetsALogNamedByTheRuleWithItsTagsFilled)
+// What the table of owners changes: the user in the log's name, the form, the module's brand text.
+TEST_F(ZarnDataZGWOwner, OwnerGetsALogNamedByTheRuleWithTheFormAndModuleNameOfItsRow)
+{
+    struct Row { long long ownerID; bool userInName; const char* form; int moduleNameText; };
+    const Row rows[] = {
+        {ZGW_OWNER_PW, true, "bpw_template.html", ZRpbr::kBrandTextModuleNamePW},
+        {ZGW_OWNER_CM, false, "bpw_template.html", ZRpbr::kBrandTextModuleNameCM},
+        {ZGW_OWNER_LOGON, true, "bpw_template.html", ZRpbr::kBrandTextModuleNameLogon},
+        {ZGW_OWNER_APS, false, "aps_template.html", ZRpbr::kBrandTextProductName},
+        {0x1234, false, "bpw_template.html", ZRpbr::kBrandTextProductName}, // any other
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.ownerID);
+        const QDateTime before = QDateTime::currentDateTime();
+        ZarnDataZGW owner(row.ownerID, true, nullptr, nullptr, Zarn_LOG_HTML);
+        Zarn* monitor = owner.createZarnMonitor();
+        const QDateTime after = QDateTime::currentDateTime();
+        ASSERT_NE(monitor, nullptr) << Z::getDX_Code1() << "/" << Z::getDX_Code2();
+        const QString prefix = (row.userInName ? QString::fromStdWString(ownerRig::userName()) + QLatin1Char('_')
+                                               : QString()) + kProgram + QLatin1Char('_');
+        const QDateTime stamp = stampOf(logNameOf(monitor), prefix);
+        EXPECT_TRUE(stamp.isValid() && before <= stamp && stamp <= after) << logNameOf(monitor).toStdString();
+        EXPECT_TRUE(QFileInfo::exists(logNameOf(monitor)));
+        EXPECT_EQ(QString::fromWCharArray(ownerRig::dataOf(monitor)->getFileLog()->m_formName),
+                  ownerRig::logDirectory() + QStringLiteral("Templates/") + QLatin1String(row.form));
+        wchar_t brand[64];
+        EXPECT_STREQ(monitor->getTag(Zarn_FORM_TAG_MODULE_NAME),
+                     ZRpbr::getProductBrander()->getBrandText(row.moduleNameText, brand, 64));
+        EXPECT_TRUE(Z::destroyZarnMonitor(monitor));
+        EXPECT_EQ(monitor, nullptr);
+    }
+}
+
+TEST_F(ZarnDataZGWOwner, TagsComeFromTheBrandTextsTheVersionFileAndTheSystem)
 {
     ownerRig::writeBrandFile("0=Know base\n1=Long name\n2=Short\n3=https://web\n20=Workspace PW\n29=The suite\n");
-    const QDateTime before = QDateTime::currentDateTime();
     ZarnDataZGW owner(ZGW_OWNER_PW, true, nullptr, nullptr, Zarn_LOG_HTML);
     Zarn* monitor = owner.createZarnMonitor();
-    const QDateTime after = QDateTime::currentDateTime();
     ASSERT_NE(monitor, nullptr) << Z::getDX_Code1() << "/" << Z::getDX_Code2();
-
-    const QString name = logNameOf(monitor);
-    const QDateTime stamp =
-        stampOf(name, QString::fromStdWString(ownerRig::userName()) + QLatin1Char('_') + kProgram + QLatin1Char('_'));
-    ASSERT_TRUE(stamp.isValid()) << name.toStdString();
-    EXPECT_TRUE(before <= stamp && stamp <= after);
-    EXPECT_TRUE(QFileInfo::exists(name));
-    EXPECT_EQ(QString::fromWCharArray(ownerRig::dataOf(monitor)->getFileLog()->m_formName),
-              ownerRig::logDirectory() + QStringLiteral("Templates/bpw_template.html"));
-
     wchar_t domain[256] = {};
     ASSERT_TRUE(GetAccountDomainW(domain, 256));
-    struct Row
-    {
-        Zarn_FORM_TAG tag;
-        std::wstring value;
-    };
+    struct Row { Zarn_FORM_TAG tag; std::wstring value; };
     const Row rows[] = {
-        {Zarn_FORM_TAG_COMPANY_KNOW_BASE, L"Know base"},
-        {Zarn_FORM_TAG_COMPANY_NAME_LONG, L"Long name"},
-        {Zarn_FORM_TAG_COMPANY_NAME_SHORT, L"Short"},
-        {Zarn_FORM_TAG_COMPANY_WEBSITE, L"https://web"},
-        {Zarn_FORM_TAG_FILE_VERSION, L"9.8.7.6"},
+        {Zarn_FORM_TAG_COMPANY_KNOW_BASE, L"Know base"}, {Zarn_FORM_TAG_COMPANY_NAME_LONG, L"Long name"},
+        {Zarn_FORM_TAG_COMPANY_NAME_SHORT, L"Short"},    {Zarn_FORM_TAG_COMPANY_WEBSITE, L"https://web"},
+        {Zarn_FORM_TAG_FILE_VERSION, L"9.8.7.6"},        {Zarn_FORM_TAG_PRODUCT_VERSION, L"9.8"},
         {Zarn_FORM_TAG_HOME_DIRECTORY, QCoreApplication::applicationDirPath().toStdWString()},
         {Zarn_FORM_TAG_MODULE_FILE_NAME, L"Unknown"}, // the test program carries no version data
-        {Zarn_FORM_TAG_MODULE_NAME, L"Workspace PW"},
-        {Zarn_FORM_TAG_NAME_OF_DOMAIN, domain},
+        {Zarn_FORM_TAG_MODULE_NAME, L"Workspace PW"},    {Zarn_FORM_TAG_PRODUCT_NAME, L"Workspace PW"},
+        {Zarn_FORM_TAG_NAME_OF_DOMAIN, domain},          {Zarn_FORM_TAG_NAME_OF_SESSION, L"Unknown"},
         {Zarn_FORM_TAG_NAME_OF_HOST, QSysInfo::machineHostName().toStdWString()},
-        {Zarn_FORM_TAG_NAME_OF_SESSION, L"Unknown"},
-        {Zarn_FORM_TAG_NAME_OF_USER, ownerRig::userName()},
-        {Zarn_FORM_TAG_PRODUCT_NAME, L"Workspace PW"},
-        {Zarn_FORM_TAG_PRODUCT_VERSION, L"9.8"},
-        {Zarn_FORM_TAG_SUITE_NAME, L"The suite"},
+        {Zarn_FORM_TAG_NAME_OF_USER, ownerRig::userName()}, {Zarn_FORM_TAG_SUITE_NAME, L"The suite"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.tag);
@@ -136,44 +133,8 @@ TEST_F(ZarnDataZGWOwner, StandaloneOwnerGetsALogNamedByTheRuleWithItsTagsFilled)
     EXPECT_STREQ(ownerRig::dataOf(monitor)->getDisplayDlgBoxCaption(), L"Workspace PW");
     // The path is handed out only to a buffer with a module path's room.
     wchar_t path[MAX_PATH] = {L'x'};
-    EXPECT_EQ(QString::fromWCharArray(owner.getLogFileFQPath(path, MAX_PATH)), name);
+    EXPECT_EQ(QString::fromWCharArray(owner.getLogFileFQPath(path, MAX_PATH)), logNameOf(monitor));
     EXPECT_STREQ(owner.getLogFileFQPath(path, MAX_PATH - 1), L"");
-}
-
-// What the table of owners changes: the user in the name, the form's name, the module's brand text.
-TEST_F(ZarnDataZGWOwner, OwnersDifferOnlyWhereTheirTableSays)
-{
-    struct Row
-    {
-        const char* name;
-        long long ownerID;
-        bool userInName;
-        const char* form;
-        int moduleNameText;
-    };
-    const Row rows[] = {
-        {"cm", ZGW_OWNER_CM, false, "bpw_template.html", ZRpbr::kBrandTextModuleNameCM},
-        {"logon", ZGW_OWNER_LOGON, true, "bpw_template.html", ZRpbr::kBrandTextModuleNameLogon},
-        {"aps", ZGW_OWNER_APS, false, "aps_template.html", ZRpbr::kBrandTextProductName},
-        {"any other", 0x1234, false, "bpw_template.html", ZRpbr::kBrandTextProductName},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        ZarnDataZGW owner(row.ownerID, true, nullptr, nullptr, Zarn_LOG_HTML);
-        ASSERT_NE(ZRpbr::getProductBrander(), nullptr);
-        wchar_t brand[64];
-        const std::wstring moduleName = ZRpbr::getProductBrander()->getBrandText(row.moduleNameText, brand, 64);
-        Zarn* monitor = owner.createZarnMonitor();
-        ASSERT_NE(monitor, nullptr) << Z::getDX_Code1();
-        const QString prefix = (row.userInName ? QString::fromStdWString(ownerRig::userName()) + QLatin1Char('_')
-                                               : QString()) + kProgram + QLatin1Char('_');
-        EXPECT_TRUE(stampOf(logNameOf(monitor), prefix).isValid()) << logNameOf(monitor).toStdString();
-        EXPECT_EQ(QFileInfo(QString::fromWCharArray(ownerRig::dataOf(monitor)->getFileLog()->m_formName)).fileName(),
-                  QLatin1String(row.form));
-        EXPECT_EQ(std::wstring(monitor->getTag(Zarn_FORM_TAG_MODULE_NAME)), moduleName);
-        EXPECT_TRUE(Z::destroyZarnMonitor(monitor));
-        EXPECT_EQ(monitor, nullptr);
-    }
 }
 
 TEST_F(ZarnDataZGWOwner, RolloverMovesToAFreshlyNamedFileThatOpensWithTheSeriesNote)
@@ -214,14 +175,7 @@ TEST_F(ZarnDataZGWOwner, RolloverMovesToAFreshlyNamedFileThatOpensWithTheSeriesN
 
 TEST_F(ZarnDataZGWOwner, FailuresLeaveTheirCodes)
 {
-    struct Row
-    {
-        const char* name;
-        std::function<void()> act;
-        int code1;
-        unsigned long code2;
-        const wchar_t* trace;
-    };
+    struct Row { const char* name; std::function<void()> act; int code1; unsigned long code2; const wchar_t* trace; };
     const Row rows[] = {
         {"no brander: the constructor throws 4 with the brander's code",
          [] {
@@ -238,10 +192,8 @@ TEST_F(ZarnDataZGWOwner, FailuresLeaveTheirCodes)
         {"a second hand-over finds no data set",
          [] {
              ZarnDataZGW owner(ZGW_OWNER_CM, true, nullptr, nullptr, Zarn_LOG_HTML);
-             Zarn* monitor = owner.createZarnMonitor();
-             EXPECT_NE(monitor, nullptr);
+             EXPECT_NE(owner.createZarnMonitor(), nullptr);
              EXPECT_EQ(owner.createZarnMonitor(), nullptr);
-             Zarn::destroy();
          },
          7, 0, L"ZarnDataZGW::createZarnMonitor () failed (ZGW status codes 7/0)."},
     };
@@ -262,19 +214,12 @@ TEST_F(ZarnDataZGWOwner, LogDirectoryIsTakenAsConfiguredOrMadeInASecondPass)
     const QString base = ownerRig::logDirectory();
     QFile(base + QStringLiteral("plain")).open(QIODevice::WriteOnly);
     qputenv("ZMU_TEST_LOG_BASE", base.toUtf8());
-    struct Row
-    {
-        const char* name;
-        QString configured;
-        QString expected; // empty: the operation fails
-        bool existsAfter;
-    };
+    struct Row { const char* name; QString configured; QString expected; bool existsAfter; }; // expected empty: fails
+    const auto in = [&base](const char* tail) { return base + QLatin1String(tail); };
     const Row rows[] = {
-        {"a reference is expanded and a separator added, nothing made", QStringLiteral("%ZMU_TEST_LOG_BASE%later"),
-         base + QStringLiteral("later/"), false},
-        {"a separator is kept", base + QStringLiteral("kept/"), base + QStringLiteral("kept/"), false},
-        {"a file passes the narrow first pass", base + QStringLiteral("plain"), base + QStringLiteral("plain/"),
-         true},
+        {"a reference is expanded, a separator added, nothing made", "%ZMU_TEST_LOG_BASE%later", in("later/"), false},
+        {"a separator is kept", in("kept/"), in("kept/"), false},
+        {"a file passes the narrow first pass", in("plain"), in("plain/"), true},
         {"empty: the second pass can make nothing", QString(), QString(), false},
     };
     for (const Row& row : rows) {
@@ -295,10 +240,9 @@ TEST_F(ZarnDataZGWOwner, LogDirectoryIsTakenAsConfiguredOrMadeInASecondPass)
     // A path that leaves no room for the separator fails the first pass; the second takes it as
     // it is, makes its last level, and puts no separator back because it cut none off.
     QString deep = base;
-    while (deep.size() + 201 < 1023) {
+    while (deep.size() + 201 < 1023)
         deep += QString(200, QLatin1Char('d')) + QLatin1Char('/');
-        QDir().mkpath(deep);
-    }
+    QDir().mkpath(deep);
     deep += QString(1023 - deep.size(), QLatin1Char('e'));
     ZarnData::setLogVariables(deep.toStdWString().c_str(), 1, true, 20, 7);
     UTL_String directory;
@@ -311,12 +255,10 @@ TEST_F(ZarnDataZGWOwner, LogDirectoryIsTakenAsConfiguredOrMadeInASecondPass)
 TEST(ZarnDataZGWAttachmentConcurrency, EndingThreadLeavesEveryMonitor)
 {
     ownerRig::prepare();
-    Zarn::destroy();
     ZarnDataZGW first(ZGW_OWNER_CM, true, nullptr, nullptr, Zarn_LOG_HTML);
     ZarnDataZGW second(ZGW_OWNER_PW, true, nullptr, nullptr, Zarn_LOG_HTML);
     Zarn* monitors[] = {first.createZarnMonitor(), second.createZarnMonitor()};
-    ASSERT_NE(monitors[0], nullptr);
-    ASSERT_NE(monitors[1], nullptr);
+    ASSERT_TRUE(monitors[0] != nullptr && monitors[1] != nullptr);
 
     unsigned long threadID = 0;
     std::thread([&] {
@@ -337,15 +279,11 @@ TEST(ZarnDataZGWAttachment, ProcessExitClosesTheLogsOfLiveMonitors)
 {
     GTEST_FLAG_SET(death_test_style, "fast");
     ownerRig::prepare();
-    Zarn::destroy();
     const QString marker = QStringLiteral("written out at exit");
     const auto child = [&marker] {
         ownerRig::keepFoldersAtExit();
-        Zarn* monitor = nullptr;
-        {
-            ZarnDataZGW owner(ZGW_OWNER_CM, true, nullptr, nullptr, Zarn_LOG_HTML);
-            monitor = owner.createZarnMonitor();
-        }
+        // The owner goes at once; its monitor stays.
+        Zarn* monitor = ZarnDataZGW(ZGW_OWNER_CM, true, nullptr, nullptr, Zarn_LOG_HTML).createZarnMonitor();
         if (monitor == nullptr)
             std::_Exit(2);
         const std::wstring name = ownerRig::dataOf(monitor)->getFileLogName();
