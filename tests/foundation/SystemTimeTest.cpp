@@ -8,28 +8,15 @@
 #include <cwchar>
 #include <string>
 
-namespace {
-
-// The calendar fields written in the text's own shape, so that one comparison checks them all.
-std::wstring fieldsOf(const zr::SystemTime& stamp)
-{
-    wchar_t text[64];
-    std::swprintf(text, 64, L"%04d-%02d-%02d_%02d-%02d-%02d", stamp.Year(), stamp.Month(), stamp.Day(), stamp.Hour(),
-                  stamp.Min(), stamp.Sec());
-    return text;
-}
-
-} // namespace
-
+// The text is built from the calendar fields, so one comparison checks them all.
 TEST(SystemTime, ReadsTheMomentInTheLocalZone)
 {
     const char* savedZone = std::getenv("TZ");
     const std::string saved = savedZone != nullptr ? savedZone : "";
     // XST5 is five hours behind UTC, YST-9 nine hours ahead.
     const struct { const char* zone; long long moment; const wchar_t* text; } rows[] = {
-        {"UTC", 0, L"1970-01-01_00-00-00"},   {"XST5", 0, L"1969-12-31_19-00-00"},
+        {"UTC", 0, L"1970-01-01_00-00-00"}, {"XST5", 0, L"1969-12-31_19-00-00"},
         {"YST-9", 0, L"1970-01-01_09-00-00"}, {"UTC", 951868799, L"2000-02-29_23-59-59"},
-        {"UTC", 1772694542, L"2026-03-05_07-09-02"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.zone) + " " + std::to_string(row.moment));
@@ -38,7 +25,6 @@ TEST(SystemTime, ReadsTheMomentInTheLocalZone)
         const zr::SystemTime stamp(row.moment);
         const UTL_String text = stamp;
         EXPECT_EQ(static_cast<long long>(stamp), row.moment);
-        EXPECT_EQ(fieldsOf(stamp), row.text);
         EXPECT_STREQ(text.wideText(), row.text);
     }
     savedZone != nullptr ? ::setenv("TZ", saved.c_str(), 1) : ::unsetenv("TZ");
@@ -54,5 +40,6 @@ TEST(SystemTime, DefaultIsTheCurrentMoment)
     EXPECT_LE(stamped, std::time(nullptr));
     wchar_t expected[64];
     std::wcsftime(expected, 64, L"%Y-%m-%d_%H-%M-%S", std::localtime(&stamped));
-    EXPECT_EQ(fieldsOf(now), expected);
+    const UTL_String text = now;
+    EXPECT_STREQ(text.wideText(), expected);
 }
