@@ -103,10 +103,8 @@ TEST(ZarnSysInfo, ErrorIsSticky)
     source.raiseError(ZarnSysInfo::kErrorNumberNotFormatted);
     wchar_t caption[16] = {};
     wchar_t datum[16] = {};
-    EXPECT_FALSE(source.formatDataPair(caption, datum, 16, 16, L"text", L"datum"));
-    EXPECT_EQ(std::wstring(caption), L"text");
     EXPECT_FALSE(source.formatDataPair(caption, datum, 16, 16, L"number", 7, false));
-    EXPECT_EQ(std::wstring(caption), L"number");
+    EXPECT_EQ(std::wstring(caption), L"number"); // the datum is not reached
     EXPECT_FALSE(source.getFirstDataPair(caption, datum, 16, 16));
     EXPECT_EQ(std::wstring(caption), L"a");
     EXPECT_EQ(source.getError(), ZarnSysInfo::kErrorNumberNotFormatted);
