@@ -5,6 +5,7 @@
 #include "log/loadStringCopy.h"
 #include "platform/CRuntime.h"
 
+#include <algorithm>
 #include <cstring>
 #include <cwchar>
 #include <memory>
@@ -55,6 +56,10 @@ constexpr size_t kScratchTextBytes = 2048;
 constexpr size_t kTextUnitBytes = 2;
 // The longest name that a bracket may hold; a 1023rd character is refused with 194.
 constexpr size_t kVarNameCharacters_Max = ZarnScratchpad::kCharacters - 2;
+// The formatter takes a slot for every insert a section's text names, its own %n among them, up to
+// %99 with two stars (the 101st), and cannot tell where the values end: the slots behind the
+// variables stay zero, so that such an insert reads 0 or a null text instead of memory past them.
+constexpr size_t kFormatterSlotsQty = 101;
 // Room for the longest insert, "%2147483647!03d!", and its terminator.
 constexpr size_t kInsertCharacters = 24;
 
@@ -190,7 +195,8 @@ bool ZarnData::createLogFileFormSectionArgV_Values(int count, unsigned long long
             throw 151;
         if (count > 0) {
             try {
-                *values = new (std::nothrow) unsigned long long[static_cast<size_t>(count)]();
+                const size_t slots = std::max(static_cast<size_t>(count), kFormatterSlotsQty);
+                *values = new (std::nothrow) unsigned long long[slots]();
             } catch (...) {
                 *values = nullptr;
             }

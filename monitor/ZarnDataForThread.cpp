@@ -15,6 +15,10 @@ constexpr u8 kDefaultDisplayLineWd = 67;
 constexpr u8 kDefaultLogFileLineWd = 0;
 constexpr int kDescriptionFillersQty_Min = 5;
 constexpr int kDescriptionFillersQty_Max = 99;
+// The formatter takes a slot for every insert a text names, up to %99 with two stars (the 101st),
+// and cannot tell where the array ends: the slots behind the fillers stay zero, so that an insert
+// no filler fills reads 0 or a null text instead of memory past the array.
+constexpr int kFormatterSlotsQty = 101;
 constexpr unsigned int kDefaultSituationApprovalKind = 2;
 constexpr unsigned int kLogHyperlinkWinSDK_StringID = 10003;
 
@@ -264,7 +268,8 @@ u64* ZarnDataForThread::createDescriptionFillers()
     }
     free_Array(m_descriptionFillers);
     if (qty >= kDescriptionFillersQty_Min && qty <= kDescriptionFillersQty_Max) {
-        m_descriptionFillers = allocateSlots<u64>(qty);
+        m_descriptionFillers = allocateSlots<u64>(kFormatterSlotsQty);
+        fillSlots<u64>(m_descriptionFillers, kFormatterSlotsQty, 0);
         forgetDescriptionFillers();
     }
     return m_descriptionFillers;

@@ -4,6 +4,7 @@
 #include "platform/LastError.h"
 #include "platform/LocalMemory.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cwchar>
 #include <memory>
@@ -188,6 +189,9 @@ struct InsertFormat
     bool isSigned = false;
 };
 
+// The horizon of an allocated block, which holds the whole text: no field is held short of it.
+constexpr std::size_t kUnboundedHorizon = static_cast<std::size_t>(-1) / 4;
+
 // The longest format between the exclamation marks; "-#08.12I64X" is 11 characters.
 constexpr std::size_t kFormatQty = 32;
 
@@ -322,29 +326,9 @@ void putDecimal(MessageLayout& layout, u64 slot, const InsertFormat& insert)
     layout.putElement(at, static_cast<std::size_t>(end - at));
 }
 
-// Formats the insert whose first slot is `slots[0]` with the format between `begin` and `end`,
-// or as a wide string when `begin` is null, and lays it out as one element. False for a format
-// that is refused.
-bool putInsert(MessageLayout& layout, const u64* slots, const wchar_t* begin, const wchar_t* end)
+// Prints an insert with a whole printf format (its "%" included) and lays it out as one element.
+bool putPrintedInsert(MessageLayout& layout, const wchar_t* format, const u64* slots, const InsertFormat& insert)
 {
-    InsertFormat insert;
-    if (begin != nullptr && !learnInsertFormat(begin, end, insert))
-        return false;
-    if (insert.isPlainText) {
-        const auto* text = reinterpret_cast<const wchar_t*>(static_cast<std::uintptr_t>(slots[0]));
-        if (text == nullptr)
-            text = L"(null)";
-        layout.putElement(text, std::wcslen(text));
-        return true;
-    }
-    if (insert.isPlainDecimal) {
-        putDecimal(layout, slots[0], insert);
-        return true;
-    }
-    wchar_t format[kFormatQty + 2] = L"%";
-    std::wmemcpy(format + 1, begin, static_cast<std::size_t>(end - begin));
-    format[1 + (end - begin)] = 0;
-
     wchar_t local[128];
     int length = printInsert(local, sizeof local / sizeof *local, format, slots, insert);
     if (length >= 0) {
@@ -363,8 +347,131 @@ bool putInsert(MessageLayout& layout, const u64* slots, const wchar_t* begin, co
     return true;
 }
 
+// The field of an insert's format: its flags, width and precision with the values of their stars
+// read as the runtime reads them, and where the size and type begin.
+struct InsertField
+{
+    std::wstring flags;
+    std::size_t width = 0;
+    bool leftAligned = false; // from a negative * only; a "-" written stays among the flags
+    bool hasPrecision = false;
+    std::size_t precision = 0;
+    const wchar_t* sizeAndType = nullptr;
+    bool isWellFormed = true; // false for digits behind a *, which the runtime refuses
+};
+
+std::size_t readFieldNumber(const wchar_t*& at, const wchar_t* end)
+{
+    std::size_t value = 0;
+    for (; at < end && isDigit(*at); ++at)
+        value = value < 0x80000000u ? value * 10 + static_cast<std::size_t>(*at - L'0') : value;
+    return value;
+}
+
+// For a format that learnInsertFormat accepted.
+InsertField learnInsertField(const wchar_t* begin, const wchar_t* end, const u64* slots)
+{
+    InsertField field;
+    const wchar_t* at = begin;
+    while (at < end && std::wcschr(L"-+ #0", *at) != nullptr)
+        field.flags.push_back(*at++);
+    if (at < end && *at == L'*') {
+        const long long width = slotAsInt(*slots++);
+        field.leftAligned = width < 0;
+        field.width = static_cast<std::size_t>(width < 0 ? -width : width);
+        ++at;
+        field.isWellFormed = !(at < end && isDigit(*at));
+    } else {
+        field.width = readFieldNumber(at, end);
+    }
+    if (at < end && *at == L'.') {
+        ++at;
+        field.hasPrecision = true;
+        if (at < end && *at == L'*') {
+            const int precision = slotAsInt(*slots);
+            field.hasPrecision = precision >= 0; // a negative precision counts as none, as in C
+            field.precision = static_cast<std::size_t>(precision < 0 ? 0 : precision);
+            ++at;
+            field.isWellFormed = field.isWellFormed && !(at < end && isDigit(*at));
+        } else {
+            field.precision = readFieldNumber(at, end);
+        }
+    }
+    field.sizeAndType = at;
+    return field;
+}
+
+// A field far wider, or a number's precision far longer, than the `horizon` beyond which the
+// caller sees nothing: the insert is printed held short, with the same first `horizon` characters
+// (and at least that many) and the same padding in view, without making the billions of characters
+// that nobody would see. A text's precision only limits what is read, so it is never held.
+bool putHeldInsert(MessageLayout& layout, const u64* slots, const wchar_t* end, const InsertFormat& insert,
+                   const InsertField& field, std::size_t horizon)
+{
+    InsertFormat held = insert;
+    held.starQty = 0;
+    const u64* const value = slots + insert.starQty;
+    const std::wstring sizeAndType(field.sizeAndType, end);
+    // A number's zeros run ahead of at most 22 digits and a sign or prefix of 3 characters.
+    const std::size_t precisionReach = horizon + 32;
+    const bool holdsPrecision = insert.value != InsertFormat::Value::Pointer && std::wcschr(L"cC", end[-1]) == nullptr
+                                && field.hasPrecision && field.precision > precisionReach;
+    std::wstring precision;
+    if (field.hasPrecision)
+        precision = L"." + std::to_wstring(holdsPrecision ? precisionReach : field.precision);
+
+    // The text without its field first: how long it is decides the padding.
+    const std::wstring natural = L"%" + field.flags + precision + sizeAndType;
+    const int naturalLength = printInsert(nullptr, 0, natural.c_str(), value, held);
+    if (naturalLength < 0)
+        return false;
+    std::size_t length = static_cast<std::size_t>(naturalLength);
+    if (holdsPrecision)
+        length += field.precision - precisionReach; // each digit of precision one more zero
+    const std::size_t padding = field.width > length ? field.width - length : 0;
+    const std::size_t width = padding == 0 ? 0 : static_cast<std::size_t>(naturalLength) + std::min(padding, horizon);
+    // No width is written as none: a lone 0 would read as a flag.
+    const std::wstring widthText =
+        width == 0 ? std::wstring() : (field.leftAligned ? L"-" : L"") + std::to_wstring(width);
+    const std::wstring format = L"%" + field.flags + widthText + precision + sizeAndType;
+    return putPrintedInsert(layout, format.c_str(), value, held);
+}
+
+// Formats the insert whose first slot is `slots[0]` with the format between `begin` and `end`,
+// or as a wide string when `begin` is null, and lays it out as one element. An insert's
+// characters from `horizon` on can never reach the caller (see FormatMessageW). False for a format
+// that is refused.
+bool putInsert(MessageLayout& layout, const u64* slots, const wchar_t* begin, const wchar_t* end, std::size_t horizon)
+{
+    InsertFormat insert;
+    if (begin != nullptr && !learnInsertFormat(begin, end, insert))
+        return false;
+    if (insert.isPlainText) {
+        const auto* text = reinterpret_cast<const wchar_t*>(static_cast<std::uintptr_t>(slots[0]));
+        if (text == nullptr)
+            text = L"(null)";
+        layout.putElement(text, std::wcslen(text));
+        return true;
+    }
+    if (insert.isPlainDecimal) {
+        putDecimal(layout, slots[0], insert);
+        return true;
+    }
+    const InsertField field = learnInsertField(begin, end, slots);
+    // A format the runtime refuses is refused before it writes anything, however wide its field.
+    if (field.isWellFormed && (field.width > horizon || (field.hasPrecision && field.precision > horizon)))
+        return putHeldInsert(layout, slots, end, insert, field, horizon);
+
+    wchar_t format[kFormatQty + 2] = L"%";
+    std::wmemcpy(format + 1, begin, static_cast<std::size_t>(end - begin));
+    format[1 + (end - begin)] = 0;
+    return putPrintedInsert(layout, format, slots, insert);
+}
+
 // Formats `text` into `layout`: 0, or the error that stopped it, with what came before it kept.
-DWORD layOutMessage(MessageLayout& layout, const wchar_t* text, bool ignoresInserts, const u64* inserts)
+// Characters of an insert from `horizon` on are never delivered (see putInsert).
+DWORD layOutMessage(MessageLayout& layout, const wchar_t* text, bool ignoresInserts, const u64* inserts,
+                    std::size_t horizon)
 {
     const wchar_t* at = text;
     while (*at != 0) {
@@ -401,7 +508,8 @@ DWORD layOutMessage(MessageLayout& layout, const wchar_t* text, bool ignoresInse
             }
             if (ignoresInserts)
                 layout.putElement(insert, static_cast<std::size_t>(at - insert));
-            else if (inserts == nullptr || !putInsert(layout, inserts + (number - 1), formatBegin, formatEnd))
+            else if (inserts == nullptr
+                     || !putInsert(layout, inserts + (number - 1), formatBegin, formatEnd, horizon))
                 return ERROR_INVALID_PARAMETER;
             continue;
         }
@@ -480,8 +588,14 @@ DWORD FormatMessageW(DWORD flags, const void* source, DWORD /*messageId*/, DWORD
     }
     try {
         MessageLayout layout(flags & FORMAT_MESSAGE_MAX_WIDTH_MASK);
-        DWORD error = layOutMessage(layout, static_cast<const wchar_t*>(source),
-                                    (flags & FORMAT_MESSAGE_IGNORE_INSERTS) != 0, inserts);
+        // A caller's buffer shows at most `size` characters. A wrap can pull an insert back by no
+        // more than a run of the text's own blanks, so no character of an insert from `size` plus
+        // the text's length on is ever seen; an insert that long breaks its line at every width. An
+        // allocated block shows everything.
+        const auto* const text = static_cast<const wchar_t*>(source);
+        const std::size_t shown = size > FORMAT_MESSAGE_MAX_WIDTH_MASK ? size : FORMAT_MESSAGE_MAX_WIDTH_MASK;
+        const std::size_t horizon = allocates ? kUnboundedHorizon : shown + std::wcslen(text) + 2;
+        DWORD error = layOutMessage(layout, text, (flags & FORMAT_MESSAGE_IGNORE_INSERTS) != 0, inserts, horizon);
         if (error == 0 && layout.text().size() == 0)
             error = ERROR_NO_WORK_DONE;
         if (!allocates)

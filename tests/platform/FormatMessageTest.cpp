@@ -10,6 +10,7 @@
 #include <string>
 #include <thread>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -219,6 +220,55 @@ TEST(FormatMessage, FailuresKeepWhatCameBefore)
             EXPECT_EQ(formatAllocated(failure.flags, failure.text, failure.inserts).seen(),
                       std::make_tuple(std::wstring(), 0u, failure.error));
         }
+    }
+}
+
+// A field of billions of characters in a caller's buffer: what the buffer shows, the start of the
+// field and any wrap before it, is what the whole field would give, and nothing beyond is built.
+TEST(FormatMessage, HugeFieldsShowTheirStartInTheBuffer)
+{
+    const u64 huge = 2000000000;
+    const u64 negativeHuge = static_cast<u64>(-2000000000LL);
+    struct Row
+    {
+        const char* name;
+        DWORD width;
+        const wchar_t* text;
+        std::vector<u64> inserts;
+        std::wstring shown; // in a buffer of 16 characters
+    };
+    const std::vector<Row> rows = {
+        {"right-aligned number", 0, L"%1!2000000000d!", {7}, std::wstring(15, L' ')},
+        {"left-aligned number", 0, L"%1!-2000000000d!|", {7}, L"7" + std::wstring(14, L' ')},
+        {"zero-padded number", 0, L"%1!+02000000000d!", {7}, L"+" + std::wstring(14, L'0')},
+        {"long precision", 0, L"%1!.2000000000d!", {u64(-5)}, L"-" + std::wstring(14, L'0')},
+        {"width and precision from stars", 0, L"%1!*.*u!", {huge, huge, 7}, std::wstring(15, L'0')},
+        {"negative star: left-aligned text", 0, L"%1!*s!", {negativeHuge, slot(L"abc")},
+         L"abc" + std::wstring(12, L' ')},
+        {"text precision only limits", 0, L"%1!.2000000000s!", {slot(L"abc")}, L"abc"},
+        {"the wrap before the field", 10, L"ab cd%1!2000000000s!", {slot(L"x")}, L"ab\r\ncd" + std::wstring(9, L' ')},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const Outcome outcome = format(kFromArray | row.width, row.text, row.inserts, 16);
+        const DWORD error = row.shown.size() == 15 ? ERROR_INSUFFICIENT_BUFFER : 0;
+        EXPECT_EQ(outcome.text, row.shown);
+        EXPECT_EQ(outcome.error, error);
+    }
+    // A field short enough to build whole shows the same start as one held short.
+    const std::vector<std::pair<const wchar_t*, std::vector<u64>>> moderate = {
+        {L"%1!5000d!", {7}},
+        {L"%1!-5000X!", {0xBEEF}},
+        {L"%1!.5000d!", {u64(-12345)}},
+        {L"a b %1!*.*d!", {5000, 4000, u64(-12345)}},
+        {L"%1!-*s!", {5000, slot(L"text")}},
+    };
+    for (const auto& [text, inserts] : moderate) {
+        SCOPED_TRACE(testing::Message() << text);
+        const Outcome whole = formatAllocated(kFromArray | 20, text, inserts);
+        const Outcome held = format(kFromArray | 20, text, inserts, 64);
+        EXPECT_EQ(held.text, whole.text.substr(0, 63));
+        EXPECT_EQ(held.error, ERROR_INSUFFICIENT_BUFFER);
     }
 }
 
