@@ -26,7 +26,9 @@ constexpr DWORD FORMAT_MESSAGE_MAX_WIDTH_MASK = 0xFF;
 // With FORMAT_MESSAGE_ALLOCATE_BUFFER, `buffer` is really a `wchar_t**`, as on Windows: pass
 // `(wchar_t*)&pointer`. The pointer receives a LocalAlloc block of at least `size` characters
 // holding the text and its terminator, which the caller frees with LocalFree; on failure it
-// receives null and nothing stays allocated. There is no other limit on the length.
+// receives null and nothing stays allocated. There is no other limit on the length. Into a
+// caller's buffer, a field far wider than the buffer (%1!2000000000d!) costs no more than the
+// buffer: only the part that can show is made.
 //
 // `inserts` takes the place of the Windows `va_list* Arguments` and is always an array of
 // 64-bit slots, as under FORMAT_MESSAGE_ARGUMENT_ARRAY (the flag is accepted and implied). The

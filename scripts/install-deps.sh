@@ -2,7 +2,8 @@
 # Installs the Debian packages that the build needs, and nothing when they are all there already.
 set -euo pipefail
 
-packages=(build-essential cmake pkg-config qtbase5-dev libgtest-dev libgmock-dev libbenchmark-dev libsystemd-dev locales)
+packages=(build-essential cmake pkg-config qtbase5-dev libgtest-dev libgmock-dev libbenchmark-dev libsystemd-dev locales
+          clang libclang-rt-14-dev)
 
 missing=()
 for p in "${packages[@]}"; do

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Every test: installs what is missing, then builds and runs the test suite three times:
 # a plain build, AddressSanitizer+UndefinedBehaviorSanitizer, and ThreadSanitizer for the
-# concurrency tests (suites named "...Concurrency").
+# concurrency tests (suites named "...Concurrency"); then runs each fuzz target for a minute.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 "$top/scripts/install-deps.sh"
@@ -20,3 +20,7 @@ echo "== ThreadSanitizer (concurrency tests)"
 "$top/scripts/build.sh" "$top/build/tsan" -DZMU_SANITIZE=thread -DZMU_BUILD_BENCH=OFF -DZMU_BUILD_EXAMPLES=OFF
 TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
     ctest --test-dir "$top/build/tsan" -j "$jobs" --output-on-failure -R 'Concurrency'
+
+echo "== fuzz"
+# A minute for each target keeps the whole run well inside the CI budget; longer runs: run-fuzz.sh N.
+"$top/scripts/run-fuzz.sh" 60
