@@ -1,5 +1,5 @@
 // zmu-speccheck: runs the response specs of a resource module or of a string-table script through
-// the library's parsers and formatter, and prints one line per spec and a summary.
+// the library's parsers and formatter, and prints one line per response spec and a summary.
 //
 // Exit status: 0 when every spec passes, 1 when any fails, 2 on bad usage or unreadable input.
 #include "platform/Utf8Text.h"
@@ -35,7 +35,7 @@ const char* const kUsage =
     "  --args N          recorded argument slots of each kind, 0 to 99 (default 10)\n"
     "  --help            this text\n"
     "\n"
-    "Prints \"ID OK\" or \"ID FAIL CODE reason\" per spec (\"FAIL -\" for a fault the library does not\n"
+    "Prints \"ID OK\" or \"ID FAIL CODE reason\" for each spec (\"FAIL -\" for a fault the library does not\n"
     "see: an insert whose filler is missing or of the other kind), then \"N specs, M failed\".\n"
     "Exit status: 0 all passed, 1 some failed, 2 bad usage or unreadable input.\n";
 
