@@ -50,6 +50,17 @@ std::recursive_mutex& replacementLock()
 // The name of the last successor of any monitor of the process.
 wchar_t s_lastSuccessorName[MAX_PATH] = {};
 
+// What both forms of a replacement ask first: a data set without a code, a native process, its lock.
+void passReplacementGuards(const ZarnData& dataSet, bool entered)
+{
+    if (!dataSet.isSelfApproving())
+        throw dataSet.getSelfDX_Code();
+    if (!dataSet.isInstantiatorRunningNatively())
+        throw 141;
+    if (!entered)
+        throw 262;
+}
+
 bool holdsOnlyWhiteSpace(const wchar_t* text)
 {
     for (; *text != L'\0'; ++text) {
@@ -250,12 +261,7 @@ bool ZarnData::reestablishLogFile(wchar_t* logName, wchar_t* formName, Zarn_LOG 
 {
     const bool entered = enterCriticalSection();
     try {
-        if (!isSelfApproving())
-            throw getSelfDX_Code();
-        if (!isInstantiatorRunningNatively())
-            throw 141;
-        if (!entered)
-            throw 262;
+        passReplacementGuards(*this, entered);
         const std::lock_guard<std::recursive_mutex> oneAtATime(replacementLock());
         // The series is named after its first file, whichever file is being replaced now.
         if (s_logSeriesOrigin[0] == L'\0' && m_fileLog.m_logName != nullptr)
@@ -318,12 +324,7 @@ bool ZarnData::reestablishLogFile(const bool& force)
     const bool entered = enterCriticalSection();
     int successorCode = 0;
     try {
-        if (!isSelfApproving())
-            throw getSelfDX_Code();
-        if (!isInstantiatorRunningNatively())
-            throw 141;
-        if (!entered)
-            throw 262;
+        passReplacementGuards(*this, entered);
         // Deliberately no replacement when forced on a file at its limit: the engine's rollover
         // passes false, which always replaces.
         if (force && m_fileLog.m_logStream != nullptr && m_fileLog.m_logByteCount >= m_logFileByteCountLimit)

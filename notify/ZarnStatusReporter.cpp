@@ -110,12 +110,8 @@ ZarnStatusReporter::ZarnStatusReporter(const wchar_t* title, unsigned long style
         if (m_dialogWindow == nullptr)
             raiseWithLastError(14);
         ZarnStatusReporter_(title, textControlID);
-    } catch (int status) {
-        if (m_DX_Code1 == 0)
-            m_DX_Code1 = status;
     } catch (...) {
-        setMemberVarsToDefaults(1, 12);
-        throw;
+        keepConstructionFailure(std::current_exception());
     }
     if (m_DX_Code1 != 0)
         failConstruction();
@@ -140,12 +136,8 @@ ZarnStatusReporter::ZarnStatusReporter(HWND dialog, int textControlID, DLGPROC p
             throw m_DX_Code1;
         m_dialogProcedure = procedure;
         ZarnStatusReporter_(nullptr, textControlID);
-    } catch (int status) {
-        if (m_DX_Code1 == 0)
-            m_DX_Code1 = status;
     } catch (...) {
-        setMemberVarsToDefaults(1, 12);
-        throw;
+        keepConstructionFailure(std::current_exception());
     }
     if (m_DX_Code1 != 0)
         failConstruction();
@@ -154,6 +146,20 @@ ZarnStatusReporter::ZarnStatusReporter(HWND dialog, int textControlID, DLGPROC p
 ZarnStatusReporter::~ZarnStatusReporter()
 {
     setMemberVarsToDefaults(1, 12);
+}
+
+void ZarnStatusReporter::keepConstructionFailure(const std::exception_ptr& failure)
+{
+    try {
+        std::rethrow_exception(failure);
+    } catch (int status) {
+        if (m_DX_Code1 == 0)
+            m_DX_Code1 = status;
+    } catch (...) {
+        // Not a status: the members go back to their defaults and the exception to the caller.
+        setMemberVarsToDefaults(1, 12);
+        throw;
+    }
 }
 
 void ZarnStatusReporter::failConstruction()

@@ -126,6 +126,9 @@ private:
     // Sets the status with the thread's last error, and raises it.
     [[noreturn]] static void raiseWithLastError(int status);
     [[noreturn]] void failConstruction();
+    // A constructor's failure: an int is kept as the status unless one is set; anything else resets
+    // the members and goes on to the caller.
+    void keepConstructionFailure(const std::exception_ptr& failure);
     // WM_INITDIALOG of the built-in procedure; every failure is ignored.
     static void establishDialogWindow(HWND window);
     static void flushDisplayServer();
